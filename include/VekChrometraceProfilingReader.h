@@ -1,0 +1,70 @@
+// Public interface of the VekChrometraceProfilingReader plug-in.
+//
+// A host loads the shared library at run time, finds `createReader` and
+// `deleteReader` by name and drives the returned reader through the virtual
+// operations of IVekProfileLogReader. The declaration order of the virtual
+// operations is part of the binary interface: do not reorder them.
+#ifndef VEK_CHROMETRACE_PROFILING_READER_H
+#define VEK_CHROMETRACE_PROFILING_READER_H
+
+#include <cstdarg>
+#include <cstdint>
+#include <string>
+
+#if defined(_WIN32)
+#define VEK_PROFILING_EXPORT __declspec(dllexport)
+#else
+#define VEK_PROFILING_EXPORT __attribute__((visibility("default")))
+#endif
+
+namespace vek {
+namespace profiling {
+
+// Carried as one signed byte and compared only by order: a message is kept
+// when its own visibility byte is below the reader's level.
+enum VisibilityLevel : int8_t {};
+
+template <typename Level>
+class IVekProfileLogReader {
+public:
+    // Slot 0: writes the reader's report for the given output path.
+    virtual bool writeOutput(const std::string& outputPath) = 0;
+    // Slot 1 (two entries on this ABI): destroys the reader.
+    virtual ~IVekProfileLogReader() {}
+    // Slot 2: the saved log header as text; empty when there is none.
+    virtual std::string printHeader() = 0;
+    // Slot 3: folds the next message of the current chunk into the model.
+    virtual bool readNextMessage() = 0;
+};
+
+// Host callback for the library's diagnostics: the format string, its level
+// (1 error .. 5 debug), nanoseconds since the logger was registered, and the
+// format's arguments. The callback does the formatting (printf rules).
+using LogCallback = void (*)(const char* format, uint32_t level, uint64_t timestamp,
+                             va_list arguments);
+
+// Registers a logger under `handle` and makes that handle the library's:
+// from then on every message whose level is <= maxLevel reaches `callback`.
+// Registering again under the same handle replaces the previous logger.
+VEK_PROFILING_EXPORT void registerLogger(uint64_t handle, LogCallback callback,
+                                         int32_t maxLevel);
+
+// Creates a plain base reader (the full text summary with the CSV export as
+// its output) instead of the chrome-trace reader. Free it with deleteReader.
+VEK_PROFILING_EXPORT IVekProfileLogReader<VisibilityLevel>* createSummaryReader(
+    const std::string& logFilePath, VisibilityLevel level);
+
+}  // namespace profiling
+}  // namespace vek
+
+extern "C" {
+// Creates the chrome-trace reader for a log file; null when allocation fails.
+VEK_PROFILING_EXPORT vek::profiling::IVekProfileLogReader<vek::profiling::VisibilityLevel>*
+createReader(const std::string& logFilePath, vek::profiling::VisibilityLevel level);
+
+// Destroys a reader made by createReader or createSummaryReader; null is ignored.
+VEK_PROFILING_EXPORT void deleteReader(
+    vek::profiling::IVekProfileLogReader<vek::profiling::VisibilityLevel>* reader);
+}
+
+#endif  // VEK_CHROMETRACE_PROFILING_READER_H

@@ -1,0 +1,11 @@
+#include "reader/VekProfileLogReader.h"
+
+namespace vek {
+namespace profiling {
+
+// Not implemented yet: the CSV export lands with the reports.
+void VekProfileLogReader::writeCsvRows(std::ostream&, std::vector<ProfileEvent>, uint64_t,
+                                       const std::string&) {}
+
+}  // namespace profiling
+}  // namespace vek

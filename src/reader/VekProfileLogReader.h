@@ -1,0 +1,148 @@
+// The concrete reader: owns the log input, the event model built by loadLog,
+// the statistics computed after loading, and the text and CSV reports.
+//
+// The operations are defined by subsystem:
+//   src/reader/VekProfileLogReader.cpp   construction, isAvailable
+//   src/log/LogLoader.cpp                loadLog, readNextMessage, handlers
+//   src/log/LogHeader.cpp                saveHeader, printHeader
+//   src/stats/SummaryBuilder.cpp         buildStatistics (after loading)
+//   src/stats/TextSummary.cpp            writeOutput, section writers, writeBackendSection
+//   src/csv/CsvExport.cpp                CSV row writers, writeCsvRows
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <ostream>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "VekChrometraceProfilingReader.h"
+#include "log/FlatBufferReaderUtil.h"
+#include "log/ProfileEvent.h"
+#include "stats/StatSummary.h"
+
+namespace vek {
+namespace profiling {
+
+// Header text fixed by the runtime's adapter updater tool.
+constexpr const char* kLoraAdapterUpdaterToolName = "zolra-lora-adapter-bin-updater";
+
+// Labels of the context calls (method types 13, 14 and 15).
+constexpr const char* kContextGetBinarySizeLabel = "CONTEXT GET BINARY SIZE";
+constexpr const char* kContextGetBinaryLabel = "CONTEXT GET BINARY";
+constexpr const char* kContextGetBinarySectionSizeLabel = "CONTEXT GET BINARY SECTION SIZE";
+
+class VekProfileLogReader : public IVekProfileLogReader<VisibilityLevel> {
+public:
+    VekProfileLogReader(const std::string& logFilePath, VisibilityLevel level);
+
+    // Slot 0: prints the text summary to standard output and appends the CSV
+    // export to the output file when the path is non-empty.
+    bool writeOutput(const std::string& outputPath) override;
+    // Slot 1.
+    ~VekProfileLogReader() override;
+    // Slot 2.
+    std::string printHeader() override;
+    // Slot 3.
+    bool readNextMessage() override;
+    // Slot 4: reads the whole log file into the model.
+    virtual bool loadLog(bool loadFlag);
+    // Slot 5.
+    virtual bool isAvailable();
+    // Slot 6: the backend-event lines of the text summary.
+    virtual void writeBackendSection(std::ostream& out, const std::vector<ProfileEvent>& events,
+                                     uint64_t level);
+    // Slot 7: the CSV rows of one phase record's backend events.
+    virtual void writeCsvRows(std::ostream& out, std::vector<ProfileEvent> events,
+                              uint64_t messageTimestamp, const std::string& messageWord);
+
+    // Text summary sections that the chrome-trace reader reuses.
+    void printHeaderSection(std::ostream& out);
+    void printLeadingSections(std::ostream& out);
+    void printExecuteAverage(std::ostream& out);
+
+    // Copies the current chunk's header once (called by loadLog).
+    void saveHeader();
+
+    // Saves the raw bytes of an object event under its detail name.
+    void writeObjectEventFile(const ProfileEvent& event);
+
+    // --- reader state (construction) ---
+    VisibilityLevel visibilityLevel;
+    bool reachedEof = false;
+    std::string logFilePath;
+    bool headerSaved = false;
+    bool loadFlag = false;
+    FlatBufferReaderUtil messageStream;
+
+    // --- header copy ---
+    std::string toolName;
+    std::string toolVersion;
+    std::string backend;
+    uint64_t epochTimestamp = 0;
+    uint64_t steadyClockTimestamp = 0;
+    float timeScale = 0.0f;
+    bool loraAdapterUpdaterMode = false;
+
+    // --- event model ---
+    uint64_t initTimestamp = 0;
+    uint64_t initDuration = 0;
+    uint64_t contextCreateTimestamp = 0;
+    uint64_t contextCreateDuration = 0;
+    uint64_t composeTimestamp = 0;
+    uint64_t composeDuration = 0;
+    std::vector<ProfileEvent> initEvents;
+    bool hasInitEvents = false;
+    uint64_t binaryInitDuration = 0;
+    uint64_t binaryInitTimestamp = 0;
+    std::vector<ProfileEvent> binaryInitEvents;
+    bool hasBinaryInit = false;
+    bool hostRoundTrip = false;
+    std::vector<NamedSample> finalizes;
+    bool hasFinalize = false;
+    bool hasFinalizeEvents = false;
+    std::vector<GraphSamples> executions;
+    std::vector<GraphSamples> applyBinarySections;
+    bool hasApplyBinarySections = false;
+    std::vector<GraphSamples> finalizeAfterUpdates;
+    bool hasFinalizeAfterUpdates = false;
+    std::vector<NamedSample> updateBinarySections;
+    bool hasUpdateBinarySection = false;
+    uint64_t netRunDuration = 0;
+    uint64_t netRunTimestamp = 0;
+    std::vector<ProfileEvent> netRunEvents;
+    bool hasNetRun = false;
+    uint64_t deinitDuration = 0;
+    uint64_t deinitTimestamp = 0;
+    std::vector<ProfileEvent> deinitEvents;
+    uint64_t libLoadDuration = 0;
+    uint64_t libLoadTimestamp = 0;
+    std::vector<ProfileEvent> libLoadEvents;
+    bool hasLibLoad = false;
+    std::unordered_map<std::string, ExecutionSample> contextBinaryCalls;
+    // The labels of contextBinaryCalls in the order first recorded, so the
+    // reports list them in a stable order.
+    std::vector<std::string> contextBinaryCallOrder;
+    bool hasContextBinaryCalls = false;
+    std::unordered_map<std::string, std::vector<ExecutionSample>> contextSectionCalls;
+    bool hasContextSectionCalls = false;
+    // Owns the text of string event values; never shrinks while the reader lives.
+    std::list<std::string> internedStrings;
+
+    // --- statistics (filled once at the end of loadLog) ---
+    SummaryLists executeStats;
+    SummaryLists applyBinarySectionStats;
+    SummaryLists finalizeAfterUpdatesStats;
+    std::vector<QueueWaitSeries> averageQueueWaits;
+    std::vector<QueueWaitValue> maximumQueueWaits;
+    std::vector<QueueWaitValue> minimumQueueWaits;
+    // Diagnostics collected by the statistics step (also logged as warnings).
+    std::string loaderDiagnostics;
+
+    // Runs the statistics step over the loaded model (called by loadLog).
+    void buildStatistics();
+};
+
+}  // namespace profiling
+}  // namespace vek

@@ -1,0 +1,22 @@
+# Fails unless the plug-in's only defined unmangled (C-linkage) dynamic
+# symbols are createReader and deleteReader.
+execute_process(COMMAND nm -D --defined-only ${PLUGIN}
+  OUTPUT_VARIABLE symbols RESULT_VARIABLE result)
+if(NOT result EQUAL 0)
+  message(FATAL_ERROR "nm failed on ${PLUGIN}")
+endif()
+string(REPLACE "\n" ";" lines "${symbols}")
+set(c_functions "")
+foreach(line IN LISTS lines)
+  if(line MATCHES "^[0-9a-f]+ [TtWi] (.+)$")
+    set(name "${CMAKE_MATCH_1}")
+    if(NOT name MATCHES "^_Z" AND NOT name MATCHES "^_(init|fini)$")
+      list(APPEND c_functions "${name}")
+    endif()
+  endif()
+endforeach()
+list(SORT c_functions)
+if(NOT c_functions STREQUAL "createReader;deleteReader")
+  message(FATAL_ERROR "unexpected C-linkage exports: ${c_functions}\n${symbols}")
+endif()
+message(STATUS "exports: ${symbols}")

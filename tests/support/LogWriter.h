@@ -1,0 +1,189 @@
+// Builds profile logs from code: length-prefixed chunks of log messages with
+// headers and event trees, including malformed ones, for tests and benchmarks.
+//
+//   LogWriter log;
+//   log.chunk().header(HeaderSpec{}.tool("tool", "1.0"))
+//      .message(MessageSpec(kExecute).graph("g0").times(10, 110).events({
+//          EventSpec::u64("Accelerator", 90).withChildren({EventSpec::u64("Conv", 12, 3)})}));
+//   log.writeTo(path);
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vek {
+namespace profiling {
+namespace testlog {
+
+// Method types of the runtime's calls.
+enum MethodType : uint8_t {
+    kExecute = 1,
+    kFinalize = 2,
+    kExecuteRoundTrip = 3,
+    kBinaryInit = 4,
+    kDeinit = 5,
+    kContextCreate = 6,
+    kCompose = 7,
+    kNetRun = 8,
+    kFinalize2 = 9,
+    kLibLoad = 10,
+    kApplyBinarySection = 11,
+    kApplyBinarySection2 = 12,
+    kContextGetBinarySize = 13,
+    kContextGetBinary = 14,
+    kContextGetBinarySectionSize = 15,
+    kFinalizeAfterTensorUpdates = 16,
+    kUpdateBinarySection = 17,
+};
+
+// Value types of an event (which value field is set).
+enum ValueType : int32_t {
+    kValueInt64 = 1,
+    kValueUInt64 = 2,
+    kValueFloat = 3,
+    kValueBytes = 4,
+    kValueDouble = 5,
+    kValueString = 6,
+};
+
+struct EventSpec {
+    std::optional<std::string> name;
+    uint32_t identifier = 0;
+    uint32_t unit = 0;
+    int32_t valueType = 0;
+    int64_t int64Value = 0;
+    uint64_t uint64Value = 0;
+    float floatValue = 0.0f;
+    double doubleValue = 0.0;
+    std::optional<std::vector<uint8_t>> bytesValue;
+    std::optional<std::string> stringValue;
+    std::optional<std::string> detail;
+    uint64_t timestamp = 0;
+    std::optional<std::vector<EventSpec>> subEvents;
+
+    // An unsigned 64-bit event (value type 2), the common case.
+    static EventSpec u64(std::string name, uint64_t value, uint32_t unit = 1,
+                         uint32_t identifier = 0);
+    static EventSpec i64(std::string name, int64_t value, uint32_t unit = 1);
+    static EventSpec f32(std::string name, float value, uint32_t unit = 1);
+    static EventSpec f64(std::string name, double value, uint32_t unit = 1);
+    static EventSpec text(std::string name, std::string value, uint32_t unit = 6);
+    // An object event (unit 5): raw bytes saved under the file name `detail`.
+    static EventSpec object(std::string name, std::vector<uint8_t> bytes, std::string fileName);
+
+    EventSpec& id(uint32_t value) { identifier = value; return *this; }
+    EventSpec& withUnit(uint32_t value) { unit = value; return *this; }
+    EventSpec& withDetail(std::string value) { detail = std::move(value); return *this; }
+    EventSpec& at(uint64_t value) { timestamp = value; return *this; }
+    EventSpec& withChildren(std::vector<EventSpec> children) {
+        subEvents = std::move(children);
+        return *this;
+    }
+};
+
+struct MessageSpec {
+    explicit MessageSpec(uint8_t type) : methodType(type) {}
+
+    uint8_t methodType;
+    uint64_t timestamp = 0;
+    uint64_t startTime = 0;
+    uint64_t endTime = 0;
+    int8_t visibility = 0;
+    std::optional<std::string> graphName;
+    std::optional<std::vector<EventSpec>> events;
+    bool omitStamp = false;   // makes the chunk corrupt
+    bool omitTiming = false;  // makes the chunk corrupt
+
+    MessageSpec& graph(std::string name) { graphName = std::move(name); return *this; }
+    // Message timestamp = start; duration = end - start.
+    MessageSpec& times(uint64_t start, uint64_t end) {
+        timestamp = start;
+        startTime = start;
+        endTime = end;
+        return *this;
+    }
+    MessageSpec& stamp(uint64_t value) { timestamp = value; return *this; }
+    MessageSpec& visible(int8_t value) { visibility = value; return *this; }
+    MessageSpec& withEvents(std::vector<EventSpec> list) {
+        events = std::move(list);
+        return *this;
+    }
+};
+
+struct HeaderSpec {
+    float timeScale = 1.0f;
+    uint64_t epochTimestamp = 0;
+    uint64_t steadyClockTimestamp = 0;
+    bool withVersion = true;
+    std::optional<std::string> toolName;
+    std::optional<std::string> toolVersion;
+    std::optional<std::string> backend;
+
+    HeaderSpec& tool(std::string name, std::string version) {
+        toolName = std::move(name);
+        toolVersion = std::move(version);
+        return *this;
+    }
+    HeaderSpec& backendText(std::string text) { backend = std::move(text); return *this; }
+    HeaderSpec& epoch(uint64_t us) { epochTimestamp = us; return *this; }
+    HeaderSpec& steady(uint64_t value) { steadyClockTimestamp = value; return *this; }
+    HeaderSpec& scale(float value) { timeScale = value; return *this; }
+};
+
+struct ChunkSpec {
+    std::optional<HeaderSpec> headerSpec;
+    std::optional<std::vector<MessageSpec>> messages;  // absent: no message vector
+
+    ChunkSpec& header(HeaderSpec spec) { headerSpec = std::move(spec); return *this; }
+    ChunkSpec& message(MessageSpec spec);
+};
+
+// The FlatBuffers bytes of one chunk (no length prefix).
+std::vector<uint8_t> buildChunk(const ChunkSpec& chunk);
+
+class LogWriter {
+public:
+    // Appends a chunk and returns it for filling in; chunks are built when
+    // the log is written, in the order added.
+    ChunkSpec& chunk();
+    // Appends a length prefix and the given bytes as they stand.
+    LogWriter& rawChunk(std::vector<uint8_t> body);
+    // Appends arbitrary bytes (a cut-short length field, garbage).
+    LogWriter& rawBytes(std::vector<uint8_t> bytes);
+
+    std::vector<uint8_t> bytes() const;
+    void writeTo(const std::string& path) const;
+
+private:
+    struct Piece {
+        std::optional<ChunkSpec> chunk;
+        std::vector<uint8_t> raw;
+        bool prefixed = false;
+    };
+    std::vector<Piece> pieces_;
+};
+
+// Length prefix (u32 little-endian) followed by the body.
+std::vector<uint8_t> lengthPrefixed(const std::vector<uint8_t>& body);
+
+// A scratch directory removed with the object.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::string& path() const { return path_; }
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+private:
+    std::string path_;
+};
+
+std::string readFile(const std::string& path);
+
+}  // namespace testlog
+}  // namespace profiling
+}  // namespace vek
