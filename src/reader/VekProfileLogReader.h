@@ -65,6 +65,10 @@ public:
     // Copies the current chunk's header once (called by loadLog).
     void saveHeader();
 
+    // The whole CSV export: header rows, column header and every row group.
+    void writeCsvExport(std::ostream& out);
+    void writeCsvHeaderRows(std::ostream& out);
+
     // Saves the raw bytes of an object event under its detail name.
     void writeObjectEventFile(const ProfileEvent& event);
 
