@@ -37,6 +37,19 @@ public:
     virtual bool readNextMessage() = 0;
 };
 
+// The operations that follow the interface's in the readers this library
+// creates (slots 4 and 5). A host reaches them with a static_cast of the
+// pointer that createReader or createSummaryReader returned.
+template <typename Level>
+class IVekLoadableProfileLogReader : public IVekProfileLogReader<Level> {
+public:
+    // Slot 4: opens the log file and reads it whole; with `loadFlag` the
+    // reports also save the object events as files.
+    virtual bool loadLog(bool loadFlag) = 0;
+    // Slot 5: always true.
+    virtual bool isAvailable() = 0;
+};
+
 // Host callback for the library's diagnostics: the format string, its level
 // (1 error .. 5 debug), nanoseconds since the logger was registered, and the
 // format's arguments. The callback does the formatting (printf rules).

@@ -19,6 +19,7 @@
 
 #include "VekChrometraceProfilingReader.h"
 #include "log/FlatBufferReaderUtil.h"
+#include "log/GraphIndex.h"
 #include "log/ProfileEvent.h"
 #include "stats/StatSummary.h"
 
@@ -33,7 +34,7 @@ constexpr const char* kContextGetBinarySizeLabel = "CONTEXT GET BINARY SIZE";
 constexpr const char* kContextGetBinaryLabel = "CONTEXT GET BINARY";
 constexpr const char* kContextGetBinarySectionSizeLabel = "CONTEXT GET BINARY SECTION SIZE";
 
-class VekProfileLogReader : public IVekProfileLogReader<VisibilityLevel> {
+class VekProfileLogReader : public IVekLoadableProfileLogReader<VisibilityLevel> {
 public:
     VekProfileLogReader(const std::string& logFilePath, VisibilityLevel level);
 
@@ -47,9 +48,9 @@ public:
     // Slot 3.
     bool readNextMessage() override;
     // Slot 4: reads the whole log file into the model.
-    virtual bool loadLog(bool loadFlag);
+    bool loadLog(bool loadFlag) override;
     // Slot 5.
-    virtual bool isAvailable();
+    bool isAvailable() override;
     // Slot 6: the backend-event lines of the text summary.
     virtual void writeBackendSection(std::ostream& out, const std::vector<ProfileEvent>& events,
                                      uint64_t level);
@@ -133,6 +134,11 @@ public:
     bool hasContextSectionCalls = false;
     // Owns the text of string event values; never shrinks while the reader lives.
     std::list<std::string> internedStrings;
+    // Where each graph name sits in the per-graph lists above (loader only).
+    GraphIndex executionIndex;
+    GraphIndex applyBinarySectionIndex;
+    GraphIndex finalizeAfterUpdateIndex;
+    GraphIndex finalizeIndex;
 
     // --- statistics (filled once at the end of loadLog) ---
     SummaryLists executeStats;

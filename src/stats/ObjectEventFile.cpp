@@ -1,10 +1,75 @@
+// Saves the raw data of an object event under the file name it carries,
+// never overwriting an existing file.
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+#include "logging/Log.h"
 #include "reader/VekProfileLogReader.h"
 
 namespace vek {
 namespace profiling {
+namespace {
 
-// Not implemented yet: object files land with the reports.
-void VekProfileLogReader::writeObjectEventFile(const ProfileEvent&) {}
+// Enough for any real run; stops the search should a directory be flooded
+// with candidates (or a file system report every name as present).
+constexpr unsigned kMaxNameCounter = 1000000;
+
+bool fileExists(const std::string& name) {
+    std::FILE* file = std::fopen(name.c_str(), "rb");
+    if (file == nullptr) return false;
+    std::fclose(file);
+    return true;
+}
+
+// Offset of the dot that starts the extension, or npos. Only the last path
+// component can hold an extension: "dir.v2/file" has none.
+size_t extensionStart(const std::string& name) {
+#if defined(_WIN32)
+    const size_t componentStart = name.find_last_of("/\\");
+#else
+    const size_t componentStart = name.find_last_of('/');
+#endif
+    const size_t dot = name.find_last_of('.');
+    if (dot == std::string::npos) return std::string::npos;
+    if (componentStart != std::string::npos && dot < componentStart) return std::string::npos;
+    return dot;
+}
+
+// The first of name, stem_1.ext, stem_2.ext, ... that does not exist yet;
+// empty when the counter runs out.
+std::string freeFileName(const std::string& name) {
+    if (!fileExists(name)) return name;
+    const size_t dot = extensionStart(name);
+    const std::string stem = name.substr(0, dot);
+    const std::string extension = dot == std::string::npos ? std::string() : name.substr(dot);
+    for (unsigned counter = 1; counter <= kMaxNameCounter; ++counter) {
+        std::string candidate = stem + "_" + std::to_string(counter) + extension;
+        if (!fileExists(candidate)) return candidate;
+    }
+    return std::string();
+}
+
+}  // namespace
+
+// Every call picks a fresh name, so the same event handed over twice is saved
+// twice; the report relies on that.
+void VekProfileLogReader::writeObjectEventFile(const ProfileEvent& event) {
+    if (event.detail.empty()) return;
+    const std::string fileName = freeFileName(event.detail);
+    // Binary, so the object's bytes land unchanged on every platform.
+    std::ofstream file;
+    if (!fileName.empty()) file.open(fileName, std::ios::out | std::ios::trunc | std::ios::binary);
+    if (!file.is_open()) {
+        vekLog(kLogError, "Invalid output fileName: [%s]",
+               (fileName.empty() ? event.detail : fileName).c_str());
+        return;
+    }
+    file.write(reinterpret_cast<const char*>(event.bytes.data()),
+               static_cast<std::streamsize>(event.bytes.size()));
+    // A failure on close only sets the stream's state; the report goes on.
+    file.close();
+}
 
 }  // namespace profiling
 }  // namespace vek

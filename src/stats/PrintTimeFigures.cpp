@@ -1,21 +1,34 @@
 #include "stats/PrintTimeFigures.h"
 
-#include <cstring>
+#include <limits>
 
 #include "reader/VekProfileLogReader.h"
 #include "stats/Statistics.h"
 
 namespace vek {
 namespace profiling {
+namespace {
+
+// The mean of the values summed in order as doubles, truncated toward zero.
+// An empty series subtracts nothing, and a mean that rounds up past the u64
+// range is held at its largest value: converting either to u64 is undefined.
+uint64_t truncatedMean(const std::vector<uint64_t>& values) {
+    if (values.empty()) return 0;
+    double sum = 0.0;
+    for (uint64_t value : values) sum += static_cast<double>(value);
+    const double mean = sum / static_cast<double>(values.size());
+    constexpr double kPastLargest = 18446744073709551616.0;  // 2^64
+    if (mean >= kPastLargest) return std::numeric_limits<uint64_t>::max();
+    return static_cast<uint64_t>(mean);
+}
+
+}  // namespace
 
 std::optional<uint64_t> roundTripExcludingAverageQueueWait(
     const GraphSummary& graph, const std::vector<QueueWaitSeries>& queueWaits) {
     for (const QueueWaitSeries& series : queueWaits) {
         if (series.graphName != graph.graphName) continue;
-        double sum = 0.0;
-        for (uint64_t value : series.values) sum += static_cast<double>(value);
-        const double mean = sum / static_cast<double>(series.values.size());
-        return graph.netRunUs - static_cast<uint64_t>(mean);
+        return graph.netRunUs - truncatedMean(series.values);
     }
     return std::nullopt;
 }

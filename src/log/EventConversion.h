@@ -1,0 +1,26 @@
+// Turns the events of a log message into the in-memory event tree.
+#pragma once
+
+#include <list>
+#include <string>
+#include <vector>
+
+#include "log/ProfileEvent.h"
+#include "profile_log_generated.h"
+
+namespace vek {
+namespace profiling {
+
+using LogEventVector = flatbuffers::Vector<flatbuffers::Offset<fb::LogEvent>>;
+
+// Converts one event with its sub-events (depth first, file order). The text
+// of a string value is appended to `internedStrings`, and the value holds the
+// address of that stored copy, so it outlives the chunk buffer.
+ProfileEvent convertEvent(const fb::LogEvent& event, std::list<std::string>& internedStrings);
+
+// Appends the converted events to `out` in vector order; null appends nothing.
+void convertEvents(const LogEventVector* events, std::list<std::string>& internedStrings,
+                   std::vector<ProfileEvent>& out);
+
+}  // namespace profiling
+}  // namespace vek

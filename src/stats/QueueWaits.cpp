@@ -1,0 +1,61 @@
+#include "stats/QueueWaits.h"
+
+namespace vek {
+namespace profiling {
+namespace {
+
+void noteIfQueueWait(const ProfileEvent& event, QueueWaitMatch& match) {
+    if (event.identifier != kQueueWaitIdentifier) return;
+    ++match.count;
+    match.lastPayload = event.value.payload;
+}
+
+}  // namespace
+
+QueueWaitMatch findQueueWaits(const std::vector<ProfileEvent>& events) {
+    QueueWaitMatch match;
+    for (const ProfileEvent& event : events) {
+        noteIfQueueWait(event, match);
+        for (const ProfileEvent& child : event.children) noteIfQueueWait(child, match);
+    }
+    return match;
+}
+
+bool collectQueueWaitSeries(const std::vector<GraphSamples>& graphs,
+                            std::vector<QueueWaitSeries>& series) {
+    series.clear();
+    series.reserve(graphs.size());
+    for (const GraphSamples& graph : graphs) {
+        QueueWaitSeries waits;
+        waits.graphName = graph.graphName;
+        waits.values.reserve(graph.samples.size());
+        for (const ExecutionSample& sample : graph.samples) {
+            const QueueWaitMatch match = findQueueWaits(sample.events);
+            if (match.count != 1) {
+                series.clear();
+                return false;
+            }
+            waits.values.push_back(match.lastPayload);
+        }
+        series.push_back(std::move(waits));
+    }
+    return true;
+}
+
+bool collectQueueWaitValues(const std::vector<GraphSummary>& summaries,
+                            std::vector<QueueWaitValue>& values) {
+    values.clear();
+    values.reserve(summaries.size());
+    for (const GraphSummary& summary : summaries) {
+        const QueueWaitMatch match = findQueueWaits(summary.events);
+        if (match.count != 1) {
+            values.clear();
+            return false;
+        }
+        values.push_back(QueueWaitValue{summary.graphName, match.lastPayload});
+    }
+    return true;
+}
+
+}  // namespace profiling
+}  // namespace vek

@@ -1,0 +1,40 @@
+// Queue-wait times that the reports subtract from host round-trips.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "log/ProfileEvent.h"
+#include "stats/StatSummary.h"
+
+namespace vek {
+namespace profiling {
+
+// Reported once for each queue-wait list that could not be built.
+constexpr const char* kQueueWaitDiagnostic =
+    "Multiple queue-wait time events found per execution. Cannot calculate Host Round-Trip "
+    "excluding queue wait\n";
+
+struct QueueWaitMatch {
+    size_t count = 0;
+    uint64_t lastPayload = 0;
+};
+
+// The queue-wait events of one call: top-level events with the queue-wait
+// identifier and such direct children of top-level events. Deeper events
+// are not searched.
+QueueWaitMatch findQueueWaits(const std::vector<ProfileEvent>& events);
+
+// One series per graph with the queue wait of every call. When a call has
+// no queue wait or several, `series` is left empty and false is returned.
+bool collectQueueWaitSeries(const std::vector<GraphSamples>& graphs,
+                            std::vector<QueueWaitSeries>& series);
+
+// The queue wait of each summary's events. When one summary has no queue
+// wait or several, `values` is left empty and false is returned.
+bool collectQueueWaitValues(const std::vector<GraphSummary>& summaries,
+                            std::vector<QueueWaitValue>& values);
+
+}  // namespace profiling
+}  // namespace vek

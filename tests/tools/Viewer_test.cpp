@@ -1,0 +1,184 @@
+// vek-profile-viewer run as a process: every output mode and exit status.
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "ViewerOptions.h"
+#include "support/LogWriter.h"
+
+namespace vek {
+namespace profiling {
+namespace {
+
+using namespace testlog;
+
+struct RunResult {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+class ViewerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        LogWriter log;
+        log.chunk()
+            .header(HeaderSpec{}.tool("net-run", "2.0").backendText("Backend 1.2"))
+            .message(MessageSpec(kExecute).graph("g0").times(100, 350).withEvents({
+                EventSpec::u64("Accelerator", 200).withChildren({
+                    EventSpec::u64("conv", 40, 1, 404).withChildren({
+                        EventSpec::u64("wait", 5, 1, 5001),
+                        EventSpec::u64("bg", 30, 1, 5002),
+                        EventSpec::u64("bg wait", 3, 1, 5003),
+                        EventSpec::u64("resources", 1, 1, 5004),
+                    }),
+                }),
+                EventSpec::object("Blob", {1, 2, 3}, "blob.bin"),
+            }));
+        log.writeTo(dir_.file("run.bin"));
+    }
+
+    RunResult run(const std::string& arguments) {
+        const std::string command = std::string("cd '") + dir_.path() + "' && '" +
+                                    VEK_PROFILE_VIEWER_TOOL + "' " + arguments + " > '" +
+                                    dir_.file("stdout") + "' 2> '" + dir_.file("stderr") + "'";
+        const int status = std::system(command.c_str());
+        return RunResult{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(dir_.file("stdout")),
+                         readFile(dir_.file("stderr"))};
+    }
+
+    TempDir dir_;
+};
+
+TEST_F(ViewerTest, TraceModeWritesTheTraceAndPrintsTheShortSummary) {
+    const RunResult result = run("run.bin -o trace.json");
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(result.out.find("Execute Stats (Average):"), std::string::npos);
+    EXPECT_EQ(result.out.find("Execute Stats (Min):"), std::string::npos);
+    rapidjson::Document trace;
+    trace.Parse(readFile(dir_.file("trace.json")).c_str());
+    ASSERT_FALSE(trace.HasParseError());
+    ASSERT_TRUE(trace["traceEvents"].IsArray());
+    EXPECT_EQ(trace["traceEvents"].Size(), 4u);  // Wait and op, each with its background
+
+    // Without -o the trace is named after the log, in the current directory.
+    ASSERT_EQ(run("--input=run.bin").status, 0);
+    EXPECT_TRUE(std::filesystem::exists(dir_.file("run.trace.json")));
+}
+
+TEST_F(ViewerTest, SummaryModePrintsTheFullReportAndAppendsTheCsv) {
+    const RunResult first = run("-m summary -o out.csv run.bin");
+    ASSERT_EQ(first.status, 0) << first.err;
+    EXPECT_NE(first.out.find("Execute Stats (Max):"), std::string::npos);
+    // The base reader's own backend listing, not the trace reader's.
+    EXPECT_NE(first.out.find("    Backend (Accelerator): 200 us\n"), std::string::npos);
+    const std::string csv = readFile(dir_.file("out.csv"));
+    EXPECT_EQ(csv.rfind("input log file location, ", 0), 0u);
+    EXPECT_NE(csv.find("100,EXECUTE,250,US,NETRUN,ROOT,Graph 0: g0\n"), std::string::npos);
+    ASSERT_EQ(run("--mode summary --output out.csv run.bin").status, 0);
+    EXPECT_EQ(readFile(dir_.file("out.csv")), csv + csv);
+}
+
+TEST_F(ViewerTest, HeaderModePrintsTheHeaderAlone) {
+    const RunResult result = run("--mode=header run.bin");
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out.rfind("Input Log File Location: ", 0), 0u);
+    EXPECT_NE(result.out.find("net-run: 2.0\nBackend: Backend 1.2\n"), std::string::npos);
+}
+
+TEST_F(ViewerTest, SavesObjectEventsIntoTheNamedDirectory) {
+    ASSERT_EQ(run("--save-objects=objects -o trace.json run.bin").status, 0);
+    EXPECT_EQ(readFile(dir_.file("objects/blob.bin")), std::string("\x01\x02\x03", 3));
+    EXPECT_TRUE(std::filesystem::exists(dir_.file("trace.json")));
+    ASSERT_EQ(run("-o trace2.json run.bin").status, 0);
+    EXPECT_FALSE(std::filesystem::exists(dir_.file("blob.bin")));  // not without the flag
+}
+
+TEST_F(ViewerTest, VisibilityLevelSkipsMessagesAtOrAboveIt) {
+    const RunResult result = run("-m summary -v 0 run.bin");
+    ASSERT_EQ(result.status, 0);
+    EXPECT_EQ(result.out.find("Graph 0"), std::string::npos);
+}
+
+TEST_F(ViewerTest, UsageErrorsExitWithTwo) {
+    EXPECT_EQ(run("").status, 2);
+    EXPECT_EQ(run("--bogus run.bin").status, 2);
+    EXPECT_EQ(run("run.bin --mode").status, 2);
+    EXPECT_EQ(run("run.bin --mode=pdf").status, 2);
+    EXPECT_EQ(run("run.bin -v 300").status, 2);
+    const RunResult help = run("--help");
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.out.rfind("Usage: vek-profile-viewer", 0), 0u);
+    EXPECT_EQ(run("--version").out, "vek-profile-viewer v0.1.0\n");
+}
+
+TEST_F(ViewerTest, RefusedInputOrOutputExitsWithOneAndShowsTheReason) {
+    const RunResult missing = run("absent.bin");
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_NE(missing.err.find("Invalid or nonexistent file: "), std::string::npos);
+
+    LogWriter corrupt;
+    corrupt.rawChunk(std::vector<uint8_t>(16, 0xff));
+    corrupt.writeTo(dir_.file("corrupt.bin"));
+    const RunResult bad = run("corrupt.bin");
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_NE(bad.err.find("Corrupted flatbuffer binary stream"), std::string::npos);
+
+    const RunResult unwritable = run("run.bin -o missing/trace.json");
+    EXPECT_EQ(unwritable.status, 1);
+    EXPECT_NE(unwritable.err.find("Invalid output chrometraceFile: ["), std::string::npos);
+    EXPECT_EQ(unwritable.out, "");
+
+    const RunResult noPlugin = run("--reader ./nothing.so run.bin");
+    EXPECT_EQ(noPlugin.status, 1);
+    EXPECT_NE(noPlugin.err.find("cannot load reader plug-in"), std::string::npos);
+}
+
+TEST_F(ViewerTest, FullDeviceIsAFailureNotASuccess) {
+    if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
+    EXPECT_EQ(run("-m summary -o /dev/full run.bin").status, 1);
+    EXPECT_EQ(run("-o /dev/full run.bin").status, 1);
+}
+
+TEST_F(ViewerTest, LogLevelControlsTheDiagnosticsShown) {
+    EXPECT_EQ(run("-m header run.bin").err, "");
+    const RunResult debug = run("-m header --log-level debug run.bin");
+    EXPECT_NE(debug.err.find("debug: profiling::VekProfileLogReader reached EOF!"),
+              std::string::npos);
+    EXPECT_EQ(run("--log-level none absent.bin").err.find("Invalid or nonexistent"),
+              std::string::npos);
+}
+
+TEST(ViewerOptionsTest, ParsesLongShortInlineAndPositionalForms) {
+    using viewer::OutputMode;
+    const auto parsed = viewer::parseViewerOptions(
+        {"-m", "summary", "--output=x.csv", "-v", "-3", "--log-level", "warning",
+         "--save-objects", "--reader=/p.so", "log.bin"});
+    ASSERT_TRUE(parsed.options) << parsed.error;
+    EXPECT_EQ(parsed.options->mode, OutputMode::Summary);
+    EXPECT_EQ(parsed.options->outputPath, "x.csv");
+    EXPECT_EQ(parsed.options->visibilityLevel, -3);
+    EXPECT_EQ(parsed.options->logLevel, 2);
+    EXPECT_TRUE(parsed.options->saveObjects);
+    EXPECT_EQ(parsed.options->objectDirectory, "");
+    EXPECT_EQ(parsed.options->readerPath, "/p.so");
+    EXPECT_EQ(parsed.options->inputPath, "log.bin");
+
+    const auto defaults = viewer::parseViewerOptions({"log.bin"});
+    ASSERT_TRUE(defaults.options);
+    EXPECT_EQ(defaults.options->mode, OutputMode::Trace);
+    EXPECT_EQ(defaults.options->visibilityLevel, 127);
+    EXPECT_EQ(defaults.options->logLevel, 1);
+
+    EXPECT_FALSE(viewer::parseViewerOptions({"a.bin", "b.bin"}).options);
+    EXPECT_FALSE(viewer::parseViewerOptions({"a.bin", "--log-level", "6"}).options);
+    EXPECT_EQ(viewer::defaultTracePath("/logs/run1.bin"), "run1.trace.json");
+}
+
+}  // namespace
+}  // namespace profiling
+}  // namespace vek

@@ -1,0 +1,83 @@
+#include "ReaderPlugin.h"
+
+#include <dlfcn.h>
+
+namespace vek {
+namespace viewer {
+namespace {
+
+// The symbol behind a function of the public header as this tool was linked
+// with it: the plug-in's C++ operations are found under the same (mangled)
+// names in any build of the plug-in.
+std::string symbolNameOf(void* function) {
+    Dl_info info{};
+    if (dladdr(function, &info) == 0 || info.dli_sname == nullptr) return std::string();
+    return info.dli_sname;
+}
+
+template <typename Function>
+Function lookUp(void* library, const std::string& name) {
+    if (name.empty()) return nullptr;
+    return reinterpret_cast<Function>(dlsym(library, name.c_str()));
+}
+
+}  // namespace
+
+std::unique_ptr<ReaderPlugin> ReaderPlugin::open(const std::string& path, std::string& error) {
+    std::unique_ptr<ReaderPlugin> plugin(new ReaderPlugin());
+    plugin->library_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (plugin->library_ == nullptr) {
+        const char* reason = dlerror();
+        error = "cannot load reader plug-in " + path + (reason ? std::string(": ") + reason : "");
+        return nullptr;
+    }
+    using CreateFn = Reader* (*)(const std::string&, profiling::VisibilityLevel);
+    using DeleteFn = void (*)(Reader*);
+    using RegisterFn = void (*)(uint64_t, profiling::LogCallback, int32_t);
+    plugin->createReader_ = lookUp<CreateFn>(plugin->library_, "createReader");
+    plugin->deleteReader_ = lookUp<DeleteFn>(plugin->library_, "deleteReader");
+    if (plugin->createReader_ == nullptr || plugin->deleteReader_ == nullptr) {
+        error = "reader plug-in " + path + " has no createReader and deleteReader";
+        return nullptr;
+    }
+    plugin->createSummaryReader_ = lookUp<CreateFn>(
+        plugin->library_,
+        symbolNameOf(reinterpret_cast<void*>(&profiling::createSummaryReader)));
+    plugin->registerLogger_ = lookUp<RegisterFn>(
+        plugin->library_, symbolNameOf(reinterpret_cast<void*>(&profiling::registerLogger)));
+    return plugin;
+}
+
+ReaderPlugin::~ReaderPlugin() {
+    if (library_ != nullptr) dlclose(library_);
+}
+
+ReaderPlugin::ReaderHandle ReaderPlugin::createReader(const std::string& logPath,
+                                                      profiling::VisibilityLevel level) const {
+    return ReaderHandle(createReader_(logPath, level), ReaderDeleter{deleteReader_});
+}
+
+ReaderPlugin::ReaderHandle ReaderPlugin::createSummaryReader(
+    const std::string& logPath, profiling::VisibilityLevel level) const {
+    Reader* reader = createSummaryReader_ ? createSummaryReader_(logPath, level) : nullptr;
+    return ReaderHandle(reader, ReaderDeleter{deleteReader_});
+}
+
+bool ReaderPlugin::registerLogger(uint64_t handle, profiling::LogCallback callback,
+                                  int32_t maxLevel) const {
+    if (registerLogger_ == nullptr) return false;
+    registerLogger_(handle, callback, maxLevel);
+    return true;
+}
+
+std::string installedPluginPath() {
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(&::createReader), &info) == 0 ||
+        info.dli_fname == nullptr) {
+        return "libVekChrometraceProfilingReader.so";
+    }
+    return info.dli_fname;
+}
+
+}  // namespace viewer
+}  // namespace vek

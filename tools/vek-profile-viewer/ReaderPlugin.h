@@ -1,0 +1,56 @@
+// A reader plug-in loaded at run time: the shared library and the entry
+// points found in it by name.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "VekChrometraceProfilingReader.h"
+
+namespace vek {
+namespace viewer {
+
+using Reader = profiling::IVekProfileLogReader<profiling::VisibilityLevel>;
+using LoadableReader = profiling::IVekLoadableProfileLogReader<profiling::VisibilityLevel>;
+
+class ReaderPlugin {
+public:
+    // Loads the plug-in; null with `error` set when it or its entry points
+    // cannot be found.
+    static std::unique_ptr<ReaderPlugin> open(const std::string& path, std::string& error);
+    ~ReaderPlugin();
+    ReaderPlugin(const ReaderPlugin&) = delete;
+    ReaderPlugin& operator=(const ReaderPlugin&) = delete;
+
+    // Readers are destroyed through the plug-in's deleteReader.
+    struct ReaderDeleter {
+        void (*deleteReader)(Reader*);
+        void operator()(Reader* reader) const { deleteReader(reader); }
+    };
+    using ReaderHandle = std::unique_ptr<Reader, ReaderDeleter>;
+
+    // The plug-in's own reader (createReader).
+    ReaderHandle createReader(const std::string& logPath, profiling::VisibilityLevel level) const;
+    // The plain base reader with the full text summary; null when the
+    // plug-in does not offer one.
+    ReaderHandle createSummaryReader(const std::string& logPath,
+                                     profiling::VisibilityLevel level) const;
+    // Makes `callback` receive the plug-in's diagnostics; false when the
+    // plug-in has no logger registration.
+    bool registerLogger(uint64_t handle, profiling::LogCallback callback, int32_t maxLevel) const;
+
+private:
+    ReaderPlugin() = default;
+
+    void* library_ = nullptr;
+    Reader* (*createReader_)(const std::string&, profiling::VisibilityLevel) = nullptr;
+    void (*deleteReader_)(Reader*) = nullptr;
+    Reader* (*createSummaryReader_)(const std::string&, profiling::VisibilityLevel) = nullptr;
+    void (*registerLogger_)(uint64_t, profiling::LogCallback, int32_t) = nullptr;
+};
+
+// The plug-in this tool was built and installed with.
+std::string installedPluginPath();
+
+}  // namespace viewer
+}  // namespace vek
