@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <cstring>
+#include <new>
+#include <string_view>
 
 namespace vek {
 namespace profiling {
@@ -27,34 +29,87 @@ EventValue rawValue(uint32_t dataType, T value) {
     return result;
 }
 
-void decodeValue(ProfileEvent& target, const fb::LogEvent& event,
-                 std::list<std::string>& internedStrings) {
-    switch (event.valueType()) {
+// What converting one event needs besides the event.
+struct Conversion {
+    EventStore& store;
+    std::list<std::string>& internedStrings;
+    EventText nullName;
+};
+
+std::string_view viewOf(const flatbuffers::String& text) {
+    return std::string_view(text.c_str(), text.size());
+}
+
+// The fields of one verified LogEvent table. The generated accessors find the
+// table's vtable again for every field; an event has a dozen fields and a
+// log has millions of events, so this looks the vtable up once.
+class EventFields {
+public:
+    explicit EventFields(const fb::LogEvent& event)
+        : table_(reinterpret_cast<const uint8_t*>(&event)),
+          vtable_(table_ - flatbuffers::ReadScalar<flatbuffers::soffset_t>(table_)),
+          vtableSize_(flatbuffers::ReadScalar<flatbuffers::voffset_t>(vtable_)) {}
+
+    // An absent field reads as 0.
+    template <typename T>
+    T scalar(flatbuffers::voffset_t field) const {
+        const flatbuffers::voffset_t offset = offsetOf(field);
+        return offset != 0 ? flatbuffers::ReadScalar<T>(table_ + offset) : T();
+    }
+    // Strings, vectors: null when absent.
+    template <typename T>
+    const T* pointer(flatbuffers::voffset_t field) const {
+        const flatbuffers::voffset_t offset = offsetOf(field);
+        if (offset == 0) return nullptr;
+        const uint8_t* at = table_ + offset;
+        return reinterpret_cast<const T*>(at + flatbuffers::ReadScalar<flatbuffers::uoffset_t>(at));
+    }
+
+private:
+    flatbuffers::voffset_t offsetOf(flatbuffers::voffset_t field) const {
+        if (field >= vtableSize_) return 0;
+        return flatbuffers::ReadScalar<flatbuffers::voffset_t>(vtable_ + field);
+    }
+
+    const uint8_t* table_;
+    const uint8_t* vtable_;
+    flatbuffers::voffset_t vtableSize_;
+};
+
+using fb::LogEvent;
+
+void decodeValue(ProfileEvent& target, const EventFields& event, Conversion& conversion) {
+    switch (event.scalar<int32_t>(LogEvent::VT_VALUETYPE)) {
         case kLogValueInt64:
-            target.value = rawValue(kDataTypeInt64, event.int64Value());
+            target.value = rawValue(kDataTypeInt64, event.scalar<int64_t>(LogEvent::VT_INT64VALUE));
             break;
         case kLogValueUInt64:
-            target.value = rawValue(kDataTypeUInt64, event.uint64Value());
+            target.value =
+                rawValue(kDataTypeUInt64, event.scalar<uint64_t>(LogEvent::VT_UINT64VALUE));
             break;
         case kLogValueFloat:
-            target.value = rawValue(kDataTypeFloat32, event.floatValue());
+            target.value =
+                rawValue(kDataTypeFloat32, event.scalar<float>(LogEvent::VT_FLOATVALUE));
             break;
         case kLogValueBytes:
             // Bytes carry no type code; a missing vector is taken as empty.
-            if (const auto* bytes = event.bytesValue()) {
-                target.bytes.assign(bytes->begin(), bytes->end());
+            if (const auto* bytes =
+                    event.pointer<flatbuffers::Vector<uint8_t>>(LogEvent::VT_BYTESVALUE)) {
+                target.bytes = conversion.store.keepBytes(bytes->data(), bytes->size());
             }
             break;
         case kLogValueDouble:
-            target.value = rawValue(kDataTypeFloat64, event.doubleValue());
+            target.value =
+                rawValue(kDataTypeFloat64, event.scalar<double>(LogEvent::VT_DOUBLEVALUE));
             break;
         case kLogValueString: {
-            const auto* text = event.stringValue();
+            const auto* text = event.pointer<flatbuffers::String>(LogEvent::VT_STRINGVALUE);
             // The list never moves its elements, so the address stays valid
             // for the life of the reader.
-            internedStrings.emplace_back(text != nullptr ? text->str() : std::string());
+            std::list<std::string>& strings = conversion.internedStrings;
+            strings.emplace_back(text != nullptr ? text->str() : std::string());
             target.value = rawValue(kDataTypeString,
-                                    reinterpret_cast<uintptr_t>(internedStrings.back().c_str()));
+                                    reinterpret_cast<uintptr_t>(strings.back().c_str()));
             break;
         }
         default:
@@ -62,39 +117,67 @@ void decodeValue(ProfileEvent& target, const fb::LogEvent& event,
     }
 }
 
-void fillEvent(ProfileEvent& target, const fb::LogEvent& event,
-               std::list<std::string>& internedStrings) {
-    // Nesting is bounded by the verifier's depth limit, so recursion is safe.
-    convertEvents(event.subEvents(), internedStrings, target.children);
-    decodeValue(target, event, internedStrings);
-    const auto* name = event.name();
-    target.name = name != nullptr ? name->str() : std::string("null");
-    if (const auto* detail = event.detail()) {
-        target.detail = detail->str();
+// Where an event sits in its call's tree.
+struct Place {
+    size_t depth;
+    size_t position;
+};
+
+void fillEvent(ProfileEvent& target, const fb::LogEvent& event, Place place,
+               Conversion& conversion);
+
+// The sub-events go to one list of the store, in file order.
+EventList convertChildren(const LogEventVector* events, size_t depth, Conversion& conversion) {
+    if (events == nullptr || events->size() == 0) return EventList();
+    StoredEvents& list = conversion.store.newList(events->size());
+    ProfileEvent* slot = list.events();
+    for (size_t position = 0; position < events->size(); ++position) {
+        fillEvent(*new (slot++) ProfileEvent(), *events->Get(position), Place{depth, position},
+                  conversion);
     }
-    target.identifier = event.identifier();
-    target.unit = event.unit();
-    target.timestamp = event.timestamp();
+    return EventList::stored(list);
+}
+
+void fillEvent(ProfileEvent& target, const fb::LogEvent& event, Place place,
+               Conversion& conversion) {
+    const EventFields fields(event);
+    // Nesting is bounded by the verifier's depth limit, so recursion is safe.
+    target.children = convertChildren(fields.pointer<LogEventVector>(LogEvent::VT_SUBEVENTS),
+                                      place.depth + 1, conversion);
+    decodeValue(target, fields, conversion);
+    const auto* name = fields.pointer<flatbuffers::String>(LogEvent::VT_NAME);
+    target.name = name != nullptr
+                      ? conversion.store.internName(viewOf(*name), place.depth, place.position)
+                      : conversion.nullName;
+    if (const auto* detail = fields.pointer<flatbuffers::String>(LogEvent::VT_DETAIL)) {
+        target.detail = conversion.store.intern(viewOf(*detail));
+    }
+    target.identifier = fields.scalar<uint32_t>(LogEvent::VT_IDENTIFIER);
+    target.unit = fields.scalar<uint32_t>(LogEvent::VT_UNIT);
+    target.timestamp = fields.scalar<uint64_t>(LogEvent::VT_TIMESTAMP);
     target.sampleCount = 1;
 }
 
 }  // namespace
 
-ProfileEvent convertEvent(const fb::LogEvent& event, std::list<std::string>& internedStrings) {
+ProfileEvent convertEvent(const fb::LogEvent& event, EventStore& store,
+                          std::list<std::string>& internedStrings) {
+    Conversion conversion{store, internedStrings, store.intern("null")};
     ProfileEvent result;
-    fillEvent(result, event, internedStrings);
+    fillEvent(result, event, Place{0, 0}, conversion);
     return result;
 }
 
-void convertEvents(const LogEventVector* events, std::list<std::string>& internedStrings,
-                   std::vector<ProfileEvent>& out) {
+void convertEvents(const LogEventVector* events, EventStore& store,
+                   std::list<std::string>& internedStrings, std::vector<ProfileEvent>& out) {
     if (events == nullptr) {
         return;
     }
+    Conversion conversion{store, internedStrings, store.intern("null")};
     out.reserve(out.size() + events->size());
-    for (const fb::LogEvent* event : *events) {
+    for (size_t position = 0; position < events->size(); ++position) {
         out.emplace_back();
-        fillEvent(out.back(), *event, internedStrings);
+        fillEvent(out.back(), *events->Get(position), Place{0, position}, conversion);
     }
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "log/EventStore.h"
 #include "log/ProfileEvent.h"
 #include "profile_log_generated.h"
 
@@ -13,14 +14,16 @@ namespace profiling {
 
 using LogEventVector = flatbuffers::Vector<flatbuffers::Offset<fb::LogEvent>>;
 
-// Converts one event with its sub-events (depth first, file order). The text
-// of a string value is appended to `internedStrings`, and the value holds the
-// address of that stored copy, so it outlives the chunk buffer.
-ProfileEvent convertEvent(const fb::LogEvent& event, std::list<std::string>& internedStrings);
+// Converts one event with its sub-events (depth first, file order). Names,
+// details, bytes and the lists of sub-events are kept in `store`; the text of
+// a string value is appended to `internedStrings`, and the value holds the
+// address of that stored copy. All of it outlives the chunk buffer.
+ProfileEvent convertEvent(const fb::LogEvent& event, EventStore& store,
+                          std::list<std::string>& internedStrings);
 
 // Appends the converted events to `out` in vector order; null appends nothing.
-void convertEvents(const LogEventVector* events, std::list<std::string>& internedStrings,
-                   std::vector<ProfileEvent>& out);
+void convertEvents(const LogEventVector* events, EventStore& store,
+                   std::list<std::string>& internedStrings, std::vector<ProfileEvent>& out);
 
 }  // namespace profiling
 }  // namespace vek

@@ -1,5 +1,6 @@
 #include "log/FlatBufferReaderUtil.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "logging/Log.h"
@@ -11,6 +12,47 @@ namespace {
 constexpr size_t kMinimumChunkSize = 12;
 // The largest buffer the verifier accepts.
 constexpr size_t kMaximumChunkSize = 0x7fffffff;
+// Every table starts with a 4-byte offset to its vtable, so a chunk of N bytes
+// holds at most N / 4 tables.
+constexpr size_t kSmallestTableSize = 4;
+// How many bytes of text and byte values loading may copy out of a chunk, per
+// byte of the chunk, and a fixed allowance for small chunks. A writer that
+// shares a name among many events copies it once per event; this leaves room
+// for that and refuses a chunk that points thousands of events at one long
+// string.
+constexpr uint64_t kCopiesPerChunkByte = 16;
+constexpr uint64_t kCopyAllowance = 1u << 16;
+
+using EventList = flatbuffers::Vector<flatbuffers::Offset<fb::LogEvent>>;
+
+uint64_t stringSize(const flatbuffers::String* text) { return text != nullptr ? text->size() : 0; }
+
+// Adds the bytes that converting `events` copies (names, details, string and
+// byte values, all levels) to `total`; false as soon as it passes `limit`.
+bool addEventCopies(const EventList* events, uint64_t limit, uint64_t& total) {
+    if (events == nullptr) return true;
+    for (const fb::LogEvent* event : *events) {
+        total += stringSize(event->name()) + stringSize(event->detail()) +
+                 stringSize(event->stringValue());
+        if (const auto* bytes = event->bytesValue()) total += bytes->size();
+        if (total > limit || !addEventCopies(event->subEvents(), limit, total)) return false;
+    }
+    return true;
+}
+
+// False when loading the verified chunk would copy far more bytes than the
+// chunk holds: only possible when many tables share one string or vector.
+bool copiesFitTheChunk(const fb::LogChunk& chunk, size_t size) {
+    const uint64_t limit = kCopiesPerChunkByte * size + kCopyAllowance;
+    uint64_t total = 0;
+    const auto* messages = chunk.messages();
+    if (messages == nullptr) return true;
+    for (const fb::LogMessage* message : *messages) {
+        total += stringSize(message->graphName());
+        if (total > limit || !addEventCopies(message->events(), limit, total)) return false;
+    }
+    return true;
+}
 }  // namespace
 
 flatbuffers::Verifier::Options FlatBufferReaderUtil::verifierOptions() {
@@ -36,8 +78,21 @@ bool FlatBufferReaderUtil::verifyChunk(const uint8_t* data, size_t size) {
     if (!hasValidRootOffset(data, size)) {
         return false;
     }
-    flatbuffers::Verifier verifier(data, size, verifierOptions());
-    return verifier.VerifyBuffer<fb::LogChunk>(nullptr);
+    flatbuffers::Verifier::Options options = verifierOptions();
+    // Tables reached through shared offsets are verified (and later loaded)
+    // once per path to them, which a hostile chunk can make exponential in
+    // its size; no chunk written table by table visits more tables than it
+    // can hold.
+    options.max_tables = static_cast<flatbuffers::uoffset_t>(
+        std::min<size_t>(options.max_tables, size / kSmallestTableSize));
+    // The accessors read scalars in place, which is undefined behaviour (and
+    // a fault on some processors) when they are misaligned. Every FlatBuffers
+    // writer aligns each field within its buffer, so only a damaged or
+    // hostile chunk fails this.
+    options.check_alignment = true;
+    flatbuffers::Verifier verifier(data, size, options);
+    return verifier.VerifyBuffer<fb::LogChunk>(nullptr) &&
+           copiesFitTheChunk(*fb::GetLogChunk(data), size);
 }
 
 bool FlatBufferReaderUtil::init(std::shared_ptr<ChunkBuffer> buffer) {

@@ -65,34 +65,37 @@ LengthRead readChunkLength(LogInput& input, uint32_t& length) {
     return LengthRead::kLength;
 }
 
-// Reads the chunk body of `length` bytes; null when the file cannot supply
-// that many. With a known size the length is checked before anything is
-// allocated, so a corrupt length never reserves memory the file cannot fill.
-std::shared_ptr<ChunkBuffer> readChunkBody(LogInput& input, uint32_t length) {
+// Reads the chunk body of `length` bytes into `buffer`, which is reused from
+// chunk to chunk: its memory is touched once, not once per chunk, and only
+// growth beyond the largest chunk so far is zero-filled. False when the file
+// cannot supply that many bytes. With a known size the length is checked
+// before anything is allocated, so a corrupt length never reserves memory the
+// file cannot fill.
+bool readChunkBody(LogInput& input, uint32_t length, ChunkBuffer& buffer) {
     if (input.sizeKnown) {
         if (length > input.remaining) {
-            return nullptr;
+            return false;
         }
-        auto buffer = std::make_shared<ChunkBuffer>(length);
-        const size_t got = std::fread(buffer->data(), 1, length, input.file.get());
+        buffer.resize(length);
+        const size_t got = std::fread(buffer.data(), 1, length, input.file.get());
         consume(input, got);
-        return got == length ? buffer : nullptr;
+        return got == length;
     }
     // Without a size, the buffer only grows as data actually arrives.
     constexpr size_t kFirstStep = size_t{1} << 20;
-    auto buffer = std::make_shared<ChunkBuffer>();
+    buffer.clear();
     size_t step = kFirstStep;
-    while (buffer->size() < length) {
-        const size_t filled = buffer->size();
+    while (buffer.size() < length) {
+        const size_t filled = buffer.size();
         const size_t want = std::min<size_t>(step, length - filled);
-        buffer->resize(filled + want);
-        const size_t got = std::fread(buffer->data() + filled, 1, want, input.file.get());
+        buffer.resize(filled + want);
+        const size_t got = std::fread(buffer.data() + filled, 1, want, input.file.get());
         if (got < want) {
-            return nullptr;
+            return false;
         }
         step *= 2;
     }
-    return buffer;
+    return true;
 }
 
 bool dispatchMessage(VekProfileLogReader& reader, const fb::LogMessage& message) {
@@ -145,17 +148,14 @@ bool VekProfileLogReader::loadLog(bool flag) {
         vekLog(kLogError, "Invalid or nonexistent file: %s", logFilePath.c_str());
         return false;
     }
+    const auto buffer = std::make_shared<ChunkBuffer>();
     for (;;) {
         uint32_t length = 0;
         const LengthRead lengthRead = readChunkLength(input, length);
         if (lengthRead == LengthRead::kEnd) {
             break;
         }
-        std::shared_ptr<ChunkBuffer> buffer;
-        if (lengthRead == LengthRead::kLength) {
-            buffer = readChunkBody(input, length);
-        }
-        if (!buffer) {
+        if (lengthRead != LengthRead::kLength || !readChunkBody(input, length, *buffer)) {
             // Refused like a chunk that fails verification.
             vekLog(kLogError, "Corrupted flatbuffer binary stream");
             return false;
@@ -170,7 +170,7 @@ bool VekProfileLogReader::loadLog(bool flag) {
         while (!reachedEof) {
             readNextMessage();
         }
-        // The stream points into the buffer about to be released.
+        // The stream points into the buffer about to be overwritten.
         messageStream = FlatBufferReaderUtil();
     }
     input.file.reset();

@@ -32,7 +32,7 @@ CallTiming timingOf(const fb::LogMessage& message) {
 
 std::vector<ProfileEvent> eventsOf(VekProfileLogReader& reader, const fb::LogMessage& message) {
     std::vector<ProfileEvent> events;
-    convertEvents(message.events(), reader.internedStrings, events);
+    convertEvents(message.events(), reader.eventStore, reader.internedStrings, events);
     return events;
 }
 
@@ -55,9 +55,11 @@ bool recordSingleCall(VekProfileLogReader& reader, const fb::LogMessage& message
     return true;
 }
 
-// Appends the call as a sample of its graph, grouping by graph name.
+// Appends the call as a sample of its graph, grouping by graph name, and
+// folds it into the graph's running average.
 bool recordGraphSample(VekProfileLogReader& reader, const fb::LogMessage& message,
                        std::vector<GraphSamples>& list, GraphIndex& index,
+                       std::vector<AverageBuilder>& averages,
                        std::vector<ProfileEvent> (*eventsFor)(VekProfileLogReader&,
                                                               const fb::LogMessage&)) {
     if (!isVisible(reader, message) || message.graphName() == nullptr) {
@@ -67,6 +69,9 @@ bool recordGraphSample(VekProfileLogReader& reader, const fb::LogMessage& messag
     std::vector<ProfileEvent> events = eventsFor(reader, message);
     GraphSamples& graph = index.findOrAppend(list, message.graphName()->str());
     graph.samples.push_back(ExecutionSample{timing.duration, timing.timestamp, std::move(events)});
+    const auto position = static_cast<size_t>(&graph - list.data());
+    if (averages.size() <= position) averages.resize(position + 1);
+    averages[position].add(graph.samples.back());
     return true;
 }
 
@@ -122,12 +127,13 @@ const char* contextBinaryLabel(uint8_t methodType) {
 
 bool recordExecution(VekProfileLogReader& reader, const fb::LogMessage& message) {
     return recordGraphSample(reader, message, reader.executions, reader.executionIndex,
-                             &executionEvents);
+                             reader.runningAverages.executions, &executionEvents);
 }
 
 bool recordApplyBinarySection(VekProfileLogReader& reader, const fb::LogMessage& message) {
     if (!recordGraphSample(reader, message, reader.applyBinarySections,
-                           reader.applyBinarySectionIndex, &eventsOf)) {
+                           reader.applyBinarySectionIndex,
+                           reader.runningAverages.applyBinarySections, &eventsOf)) {
         return false;
     }
     reader.hasApplyBinarySections = true;
@@ -136,7 +142,8 @@ bool recordApplyBinarySection(VekProfileLogReader& reader, const fb::LogMessage&
 
 bool recordFinalizeAfterUpdates(VekProfileLogReader& reader, const fb::LogMessage& message) {
     if (!recordGraphSample(reader, message, reader.finalizeAfterUpdates,
-                           reader.finalizeAfterUpdateIndex, &eventsOf)) {
+                           reader.finalizeAfterUpdateIndex,
+                           reader.runningAverages.finalizeAfterUpdates, &eventsOf)) {
         return false;
     }
     reader.hasFinalizeAfterUpdates = true;

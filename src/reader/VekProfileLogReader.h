@@ -18,9 +18,11 @@
 #include <vector>
 
 #include "VekChrometraceProfilingReader.h"
+#include "log/EventStore.h"
 #include "log/FlatBufferReaderUtil.h"
 #include "log/GraphIndex.h"
 #include "log/ProfileEvent.h"
+#include "stats/AverageBuilder.h"
 #include "stats/StatSummary.h"
 
 namespace vek {
@@ -91,6 +93,9 @@ public:
     bool loraAdapterUpdaterMode = false;
 
     // --- event model ---
+    // Names, details, bytes and sub-event lists of every loaded event; declared
+    // first so that it outlives every event that refers to it.
+    EventStore eventStore;
     uint64_t initTimestamp = 0;
     uint64_t initDuration = 0;
     uint64_t contextCreateTimestamp = 0;
@@ -139,6 +144,8 @@ public:
     GraphIndex applyBinarySectionIndex;
     GraphIndex finalizeAfterUpdateIndex;
     GraphIndex finalizeIndex;
+    // The per-graph averages, folded in call by call while loading.
+    RunningAverages runningAverages;
 
     // --- statistics (filled once at the end of loadLog) ---
     SummaryLists executeStats;

@@ -6,56 +6,188 @@ namespace {
 
 constexpr size_t kNotFound = static_cast<size_t>(-1);
 
-// Short lists are scanned; hashing pays off only once a list is wider.
-constexpr size_t kIndexedWidth = 16;
+// Short levels are scanned; hashing pays off only once a level is wider.
+constexpr size_t kHashedWidth = 16;
+// How many interned texts a level remembers; beyond that it compares text.
+constexpr size_t kKnownTextLimit = 32;
 
 }  // namespace
 
-size_t EventMerger::findFirst(const std::vector<ProfileEvent>& accumulated, LevelIndex& index,
-                              const std::string& name) {
-    if (!index.built) {
-        if (accumulated.size() < kIndexedWidth) {
-            for (size_t i = 0; i < accumulated.size(); ++i) {
-                if (accumulated[i].name == name) return i;
-            }
-            return kNotFound;
-        }
-        // emplace keeps the first position of a repeated name, so a later
-        // duplicate can never become the match.
-        index.firstByName.reserve(accumulated.size() * 2);
-        for (size_t i = 0; i < accumulated.size(); ++i) index.firstByName.emplace(accumulated[i].name, i);
-        index.built = true;
-    }
-    const auto found = index.firstByName.find(name);
-    return found == index.firstByName.end() ? kNotFound : found->second;
+EventMerger::EventMerger() { levels_.emplace_back(); }
+
+EventMerger::EventMerger(std::vector<ProfileEvent> accumulated) : initial_(std::move(accumulated)) {
+    levels_.emplace_back();
+    // Taken as they are, object events and repeated names included.
+    for (const ProfileEvent& event : initial_) levels_[kRootLevel].nodes.push_back(nodeOf(event));
 }
 
-void EventMerger::mergeLevel(std::vector<ProfileEvent>& accumulated, LevelIndex& index,
-                             const std::vector<ProfileEvent>& incoming) {
-    if (accumulated.empty()) {
+EventMerger::Node EventMerger::nodeOf(const ProfileEvent& event) {
+    return Node{&event, event.name.identity(), event.value.payload, 0, kNoLevel};
+}
+
+void EventMerger::mergeInto(uint32_t level, EventSpan incoming) {
+    if (levels_[level].nodes.empty()) {
         // The first list is taken as it is, repeated names included.
-        accumulated.reserve(incoming.size());
+        levels_[level].nodes.reserve(incoming.size());
         for (const ProfileEvent& event : incoming) {
-            if (event.unit != kUnitObject) accumulated.push_back(event);
+            if (event.unit != kUnitObject) levels_[level].nodes.push_back(nodeOf(event));
         }
         return;
     }
-    for (const ProfileEvent& event : incoming) {
-        const size_t position = findFirst(accumulated, index, event.name);
-        if (position != kNotFound) {
-            ProfileEvent& target = accumulated[position];
-            // Matched values are summed as raw u64 whatever their codes were.
-            target.value.dataType = kDataTypeUInt64;
-            target.value.payload += event.value.payload;
-            ++target.sampleCount;
-            if (event.children.empty()) continue;
-            if (index.children.size() <= position) index.children.resize(accumulated.size());
-            mergeLevel(target.children, index.children[position], event.children);
-        } else if (event.unit != kUnitObject) {
-            accumulated.push_back(event);
-            if (index.built) index.firstByName.emplace(event.name, accumulated.size() - 1);
+    if (!levels_[level].studied) study(levels_[level]);
+    // Merging children adds levels, which moves the Level records but not
+    // their nodes: only appending to this level moves these.
+    Node* nodes = levels_[level].nodes.data();
+    size_t nodeCount = levels_[level].nodes.size();
+    const bool distinctNames = levels_[level].distinctNames;
+    for (size_t i = 0; i < incoming.size(); ++i) {
+        const ProfileEvent& event = incoming[i];
+        // Calls of one graph mostly repeat the same events in the same
+        // order, so the node at the same position usually carries this very
+        // name; with distinct names it is then the first match.
+        const bool samePlace =
+            distinctNames && i < nodeCount && nodes[i].name == event.name.identity();
+        const size_t position = samePlace ? i : findFirst(levels_[level], event.name);
+        if (position == kNotFound) {
+            if (event.unit != kUnitObject) {
+                append(level, event);
+                nodes = levels_[level].nodes.data();
+                nodeCount = levels_[level].nodes.size();
+            }
+            continue;
+        }
+        Node& node = nodes[position];
+        node.payload += event.value.payload;
+        ++node.joined;
+        if (event.children.empty()) continue;
+        const uint32_t children =
+            node.children != kNoLevel ? node.children : childLevel(level, position);
+        mergeInto(children, event.children);
+    }
+}
+
+void EventMerger::append(uint32_t level, const ProfileEvent& event) {
+    Level& here = levels_[level];
+    here.nodes.push_back(nodeOf(event));
+    const size_t position = here.nodes.size() - 1;
+    if (here.lookup == nullptr) return;
+    if (here.lookup->hashed) here.lookup->firstByName.emplace(event.name, position);
+    remember(here, event.name, position);
+}
+
+void EventMerger::study(Level& level) {
+    level.studied = true;
+    const std::vector<Node>& nodes = level.nodes;
+    if (nodes.size() < kHashedWidth) {
+        level.distinctNames = true;
+        for (size_t i = 0; i < nodes.size() && level.distinctNames; ++i) {
+            for (size_t j = 0; j < i; ++j) {
+                if (nodes[i].source->name == nodes[j].source->name) {
+                    level.distinctNames = false;
+                    break;
+                }
+            }
+        }
+    } else {
+        buildHash(level);
+        level.distinctNames = level.lookup->firstByName.size() == nodes.size();
+    }
+}
+
+size_t EventMerger::findFirst(Level& level, const EventText& name) {
+    if (level.lookup == nullptr) level.lookup = std::make_unique<NameLookup>();
+    if (name.isInterned()) {
+        for (const auto& [known, position] : level.lookup->knownTexts) {
+            if (known == name.identity()) return position;
         }
     }
+    const size_t position = findByText(level, name);
+    if (position != kNotFound) remember(level, name, position);
+    return position;
+}
+
+size_t EventMerger::findByText(Level& level, const EventText& name) {
+    if (!level.lookup->hashed) {
+        if (level.nodes.size() < kHashedWidth) {
+            for (size_t i = 0; i < level.nodes.size(); ++i) {
+                if (level.nodes[i].source->name == name) return i;
+            }
+            return kNotFound;
+        }
+        buildHash(level);
+    }
+    const auto found = level.lookup->firstByName.find(std::string_view(name));
+    return found == level.lookup->firstByName.end() ? kNotFound : found->second;
+}
+
+void EventMerger::buildHash(Level& level) {
+    if (level.lookup == nullptr) level.lookup = std::make_unique<NameLookup>();
+    NameLookup& lookup = *level.lookup;
+    // emplace keeps the first position of a repeated name, so a later
+    // duplicate can never become the match.
+    lookup.firstByName.reserve(level.nodes.size() * 2);
+    for (size_t i = 0; i < level.nodes.size(); ++i) {
+        lookup.firstByName.emplace(level.nodes[i].source->name, i);
+    }
+    lookup.hashed = true;
+}
+
+// An interned text never changes and never moves, so where its name first
+// occurs can be remembered by its identity. Only short levels remember: wide
+// ones are hashed anyway.
+void EventMerger::remember(Level& level, const EventText& name, size_t position) {
+    NameLookup& lookup = *level.lookup;
+    if (!name.isInterned() || lookup.hashed || lookup.knownTexts.size() >= kKnownTextLimit) return;
+    lookup.knownTexts.emplace_back(name.identity(), position);
+}
+
+// The level of a node's children, made on first need from the children its
+// source event was recorded with (all of them, as they are).
+uint32_t EventMerger::childLevel(uint32_t level, size_t position) {
+    const auto created = static_cast<uint32_t>(levels_.size());
+    levels_.emplace_back();
+    const ProfileEvent& source = *levels_[level].nodes[position].source;
+    std::vector<Node>& nodes = levels_[created].nodes;
+    nodes.reserve(source.children.size());
+    for (const ProfileEvent& child : source.children) nodes.push_back(nodeOf(child));
+    levels_[level].nodes[position].children = created;
+    return created;
+}
+
+ProfileEvent EventMerger::materialize(const Node& node) const {
+    const ProfileEvent& source = *node.source;
+    ProfileEvent event;
+    event.identifier = source.identifier;
+    event.unit = source.unit;
+    // Joined values were summed as raw u64 whatever their codes were.
+    event.value.dataType = node.joined != 0 ? kDataTypeUInt64 : source.value.dataType;
+    event.value.payload = node.payload;
+    event.bytes = source.bytes;
+    event.name = source.name;
+    event.detail = source.detail;
+    event.timestamp = source.timestamp;
+    event.sampleCount = source.sampleCount + node.joined;
+    if (node.children == kNoLevel) {
+        event.children = source.children;  // never merged into: as recorded
+    } else {
+        std::vector<ProfileEvent> children;
+        children.reserve(levels_[node.children].nodes.size());
+        for (const Node& child : levels_[node.children].nodes) {
+            children.push_back(materialize(child));
+        }
+        event.children = std::move(children);
+    }
+    return event;
+}
+
+std::vector<ProfileEvent> EventMerger::take() {
+    std::vector<ProfileEvent> events;
+    events.reserve(levels_[kRootLevel].nodes.size());
+    for (const Node& node : levels_[kRootLevel].nodes) events.push_back(materialize(node));
+    initial_.clear();
+    levels_.clear();
+    levels_.emplace_back();
+    return events;
 }
 
 }  // namespace profiling

@@ -1,12 +1,18 @@
-// Accumulates event lists of several calls by name, keeping a lookup index
-// alongside the accumulated tree so that wide lists merge in linear time.
+// Accumulates the event lists of several calls by name. The sums are kept in
+// compact nodes that refer to the first event merged at each place, so that
+// merging a call touches little memory; wide lists get a name index, so they
+// merge in linear time.
 #pragma once
 
 #include <cstddef>
-#include <string>
+#include <cstdint>
+#include <memory>
+#include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
+#include "log/TextHash.h"
 #include "log/ProfileEvent.h"
 
 namespace vek {
@@ -14,32 +20,72 @@ namespace profiling {
 
 class EventMerger {
 public:
-    // The merger indexes `accumulated` and must be the only writer of it
-    // while it lives.
-    explicit EventMerger(std::vector<ProfileEvent>& accumulated) : accumulated_(accumulated) {}
+    EventMerger();
+    // Goes on from events accumulated before.
+    explicit EventMerger(std::vector<ProfileEvent> accumulated);
 
     // Merges one call's events: each joins the first accumulated event of the
-    // same name, or is appended (object events are never appended).
-    void merge(const std::vector<ProfileEvent>& incoming) {
-        mergeLevel(accumulated_, root_, incoming);
-    }
+    // same name, or is appended (object events are never appended). The
+    // merger refers to the events it is given rather than copying them: they
+    // must stay alive, unchanged, until take().
+    void merge(EventSpan incoming) { mergeInto(kRootLevel, incoming); }
+
+    // The accumulated events; the merger starts afresh.
+    std::vector<ProfileEvent> take();
 
 private:
-    // Lookup state of one accumulated list; `children[i]` belongs to the
-    // children of the list's i-th event and is created on first need.
-    struct LevelIndex {
-        bool built = false;
-        std::unordered_map<std::string, size_t> firstByName;
-        std::vector<LevelIndex> children;
+    // Levels are numbered by their place in levels_; the root is level 0,
+    // which no node has as its children.
+    static constexpr uint32_t kRootLevel = 0;
+    static constexpr uint32_t kNoLevel = 0;
+
+    // One accumulated event: the first event merged at its place, the
+    // running sum of the values and how many events joined it. Its children
+    // are those of `source` until a merge reaches them; then they get a level
+    // of their own. Half a cache line, so that a level packs tightly.
+    struct Node {
+        const ProfileEvent* source;
+        uintptr_t name;    // source->name.identity()
+        uint64_t payload;  // source's payload plus those of the joined events
+        uint32_t joined;   // events merged into this one (a graph's calls fit)
+        uint32_t children;
     };
 
-    static void mergeLevel(std::vector<ProfileEvent>& accumulated, LevelIndex& index,
-                           const std::vector<ProfileEvent>& incoming);
-    static size_t findFirst(const std::vector<ProfileEvent>& accumulated, LevelIndex& index,
-                            const std::string& name);
+    // Finds names in a level whose names are not simply met in order.
+    struct NameLookup {
+        // Interned texts met before and the first position of their name.
+        std::vector<std::pair<uintptr_t, size_t>> knownTexts;
+        // For wide levels: every name's first position. The keys view the
+        // names of the nodes' sources.
+        std::unordered_map<std::string_view, size_t, TextHash> firstByName;
+        bool hashed = false;
+    };
 
-    std::vector<ProfileEvent>& accumulated_;
-    LevelIndex root_;
+    struct Level {
+        std::vector<Node> nodes;
+        // Whether distinctNames has been worked out (at the first merge into
+        // a level that has nodes).
+        bool studied = false;
+        // No two nodes share a name. Appending keeps it true, since only
+        // unmatched names are appended.
+        bool distinctNames = false;
+        std::unique_ptr<NameLookup> lookup;
+    };
+
+    static Node nodeOf(const ProfileEvent& event);
+    void mergeInto(uint32_t level, EventSpan incoming);
+    void append(uint32_t level, const ProfileEvent& event);
+    void study(Level& level);
+    size_t findFirst(Level& level, const EventText& name);
+    static size_t findByText(Level& level, const EventText& name);
+    static void buildHash(Level& level);
+    static void remember(Level& level, const EventText& name, size_t position);
+    // Makes the level of a node's children, which it does not have yet.
+    uint32_t childLevel(uint32_t level, size_t position);
+    ProfileEvent materialize(const Node& node) const;
+
+    std::vector<ProfileEvent> initial_;  // the events a merger went on from
+    std::vector<Level> levels_;
 };
 
 }  // namespace profiling

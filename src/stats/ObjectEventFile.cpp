@@ -69,6 +69,9 @@ void VekProfileLogReader::writeObjectEventFile(const ProfileEvent& event) {
                static_cast<std::streamsize>(event.bytes.size()));
     // A failure on close only sets the stream's state; the report goes on.
     file.close();
+    // A full disk leaves a cut-off file behind: say so, as for a file that
+    // cannot be opened, so that the host does not take it for a good one.
+    if (file.fail()) vekLog(kLogError, "Invalid output fileName: [%s]", fileName.c_str());
 }
 
 }  // namespace profiling

@@ -2,7 +2,9 @@
 
 #include <cassert>
 #include <cstddef>
+#include <utility>
 
+#include "stats/AverageBuilder.h"
 #include "stats/EventMerger.h"
 
 namespace vek {
@@ -27,22 +29,20 @@ StatSummary summaryOfSample(const std::vector<ExecutionSample>& samples, size_t 
 
 }  // namespace
 
-StatSummary averageOf(const std::vector<ExecutionSample>& samples) {
+StatSummary AverageBuilder::finish() {
     StatSummary summary;
-    if (samples.empty()) return summary;
-    uint64_t sum = 0;
-    uint64_t nonZero = 0;
-    EventMerger merger(summary.events);
-    for (const ExecutionSample& sample : samples) {
-        sum += sample.netRunUs;
-        // Zero-length calls add nothing to the sum and stay out of the divisor.
-        if (sample.netRunUs > 0) ++nonZero;
-        summary.auxValue = sample.auxValue;
-        merger.merge(sample.events);
-    }
-    summary.netRunUs = nonZero == 0 ? 0 : sum / nonZero;
+    summary.netRunUs = nonZero_ == 0 ? 0 : sum_ / nonZero_;
+    summary.auxValue = auxValue_;
+    summary.events = merger_.take();
     divideBySampleCount(summary.events);
+    *this = AverageBuilder();
     return summary;
+}
+
+StatSummary averageOf(const std::vector<ExecutionSample>& samples) {
+    AverageBuilder average;
+    for (const ExecutionSample& sample : samples) average.add(sample);
+    return average.finish();
 }
 
 StatSummary maximumOf(const std::vector<ExecutionSample>& samples) {
@@ -74,8 +74,11 @@ StatSummary minimumOf(const std::vector<ExecutionSample>& samples) {
     return summaryOfSample(samples, chosen, minimum);
 }
 
-void mergeEvents(std::vector<ProfileEvent>& accumulated, const std::vector<ProfileEvent>& incoming) {
-    EventMerger(accumulated).merge(incoming);
+void mergeEvents(std::vector<ProfileEvent>& accumulated,
+                 const std::vector<ProfileEvent>& incoming) {
+    EventMerger merger(std::move(accumulated));
+    merger.merge(incoming);
+    accumulated = merger.take();
 }
 
 void divideBySampleCount(std::vector<ProfileEvent>& events) {
@@ -86,7 +89,8 @@ void divideBySampleCount(std::vector<ProfileEvent>& events) {
             assert(event.sampleCount != 0);
             if (event.sampleCount != 0) event.value.payload /= event.sampleCount;
         }
-        divideBySampleCount(event.children);
+        // The children become the event's own before they change.
+        if (!event.children.empty()) divideBySampleCount(event.children.edit());
     }
 }
 

@@ -1,3 +1,4 @@
+#include <cstddef>
 #include <string>
 #include <utility>
 
@@ -14,16 +15,33 @@ GraphSummary withGraphName(const std::string& graphName, StatSummary&& summary) 
     return GraphSummary{graphName, summary.netRunUs, summary.auxValue, std::move(summary.events)};
 }
 
+// True when the running averages account for every sample of every graph, in
+// the same order: then they hold what averaging the samples would give.
+bool accountsForAll(const std::vector<AverageBuilder>& averages,
+                    const std::vector<GraphSamples>& graphs) {
+    if (averages.size() != graphs.size()) return false;
+    for (size_t i = 0; i < graphs.size(); ++i) {
+        if (averages[i].count() != graphs[i].samples.size()) return false;
+    }
+    return true;
+}
+
 // Average, maximum and minimum of every graph, each pass over all graphs in
-// the order the graphs were first seen.
-SummaryLists summarize(const std::vector<GraphSamples>& graphs) {
+// the order the graphs were first seen. The averages come from the running
+// ones when those are complete (they are used up either way).
+SummaryLists summarize(const std::vector<GraphSamples>& graphs,
+                       std::vector<AverageBuilder>& runningAverages) {
     SummaryLists lists;
     lists.average.reserve(graphs.size());
     lists.maximum.reserve(graphs.size());
     lists.minimum.reserve(graphs.size());
-    for (const GraphSamples& graph : graphs) {
-        lists.average.push_back(withGraphName(graph.graphName, averageOf(graph.samples)));
+    const bool running = accountsForAll(runningAverages, graphs);
+    for (size_t i = 0; i < graphs.size(); ++i) {
+        const GraphSamples& graph = graphs[i];
+        StatSummary average = running ? runningAverages[i].finish() : averageOf(graph.samples);
+        lists.average.push_back(withGraphName(graph.graphName, std::move(average)));
     }
+    runningAverages.clear();
     for (const GraphSamples& graph : graphs) {
         lists.maximum.push_back(withGraphName(graph.graphName, maximumOf(graph.samples)));
     }
@@ -42,9 +60,10 @@ void reportAbandonedQueueWaits(std::string& diagnostics) {
 }  // namespace
 
 void VekProfileLogReader::buildStatistics() {
-    executeStats = summarize(executions);
-    applyBinarySectionStats = summarize(applyBinarySections);
-    finalizeAfterUpdatesStats = summarize(finalizeAfterUpdates);
+    executeStats = summarize(executions, runningAverages.executions);
+    applyBinarySectionStats = summarize(applyBinarySections, runningAverages.applyBinarySections);
+    finalizeAfterUpdatesStats =
+        summarize(finalizeAfterUpdates, runningAverages.finalizeAfterUpdates);
 
     averageQueueWaits.clear();
     maximumQueueWaits.clear();

@@ -14,8 +14,16 @@ constexpr uint64_t indentWidth = 4;
 
 namespace text {
 
+// Written a run of blanks at a time: reports of wide logs indent many
+// thousands of lines.
 inline void indent(std::ostream& out, uint64_t level) {
-    for (uint64_t i = 0; i < level * indentWidth; ++i) out.put(' ');
+    static constexpr char kBlanks[] = "                                ";
+    constexpr uint64_t kRun = sizeof kBlanks - 1;
+    for (uint64_t left = level * indentWidth; left > 0;) {
+        const uint64_t count = left < kRun ? left : kRun;
+        out.write(kBlanks, static_cast<std::streamsize>(count));
+        left -= count;
+    }
 }
 
 // A title and an underline of exactly `underline` dashes; the widths are

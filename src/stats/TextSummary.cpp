@@ -10,6 +10,7 @@
 #include "logging/Log.h"
 #include "reader/VekProfileLogReader.h"
 #include "stats/PrintTimeFigures.h"
+#include "stats/TextBuffer.h"
 #include "stats/TextLayout.h"
 
 namespace vek {
@@ -245,11 +246,50 @@ void writeFullReport(VekProfileLogReader& reader, std::ostream& out) {
     writeFinalizeAfterUpdatesSections(reader, out);
 }
 
+// About how long the CSV export will be: a row per call and per exported
+// event of every per-graph call (each row some 64 characters), so that the
+// text is built without growing its buffer.
+size_t expectedCsvSize(const VekProfileLogReader& reader) {
+    constexpr size_t kRowLength = 72;
+    size_t rows = 64;
+    for (const auto* list : {&reader.executions, &reader.applyBinarySections,
+                             &reader.finalizeAfterUpdates}) {
+        for (const GraphSamples& graph : *list) {
+            for (const ExecutionSample& sample : graph.samples) {
+                rows += 1 + sample.events.size();
+                for (const ProfileEvent& event : sample.events) rows += event.children.size();
+            }
+        }
+    }
+    return rows * kRowLength;
+}
+
 // The text a failed stream reports, by its state bits.
 std::string streamStateText(const std::ios& stream) {
     if (stream.bad()) return "ios_base::badbit set";
     if (stream.fail()) return "ios_base::failbit set";
     return "ios_base::eofbit set";
+}
+
+// The detail lines of one list of events; children follow their parent one
+// level deeper, object events are saved instead of listed.
+void writeBackendLines(VekProfileLogReader& reader, std::ostream& out, EventSpan events,
+                       uint64_t level) {
+    for (const ProfileEvent& event : events) {
+        if (event.unit != kUnitObject) {
+            indent(out, level);
+            if (level == 1) {
+                out << "Backend (" << event.name << "): ";
+            } else {
+                out << event.name << ": ";
+            }
+            out << eventValueToString(event.value.dataType, event.value.payload)
+                << unitSuffixLower(event.unit) << "\n";
+        } else if (reader.loadFlag) {
+            reader.writeObjectEventFile(event);
+        }
+        writeBackendLines(reader, out, event.children, level + 1);
+    }
 }
 
 }  // namespace
@@ -275,21 +315,7 @@ void VekProfileLogReader::printExecuteAverage(std::ostream& out) {
 void VekProfileLogReader::writeBackendSection(std::ostream& out,
                                               const std::vector<ProfileEvent>& events,
                                               uint64_t level) {
-    for (const ProfileEvent& event : events) {
-        if (event.unit != kUnitObject) {
-            indent(out, level);
-            if (level == 1) {
-                out << "Backend (" << event.name << "): ";
-            } else {
-                out << event.name << ": ";
-            }
-            out << eventValueToString(event.value.dataType, event.value.payload)
-                << unitSuffixLower(event.unit) << "\n";
-        } else if (loadFlag) {
-            writeObjectEventFile(event);
-        }
-        VekProfileLogReader::writeBackendSection(out, event.children, level + 1);
-    }
+    writeBackendLines(*this, out, events, level);
 }
 
 bool VekProfileLogReader::writeOutput(const std::string& outputPath) {
@@ -306,18 +332,21 @@ bool VekProfileLogReader::writeOutput(const std::string& outputPath) {
     std::ostringstream report;
     report.imbue(std::locale::classic());
     printHeaderSection(report);
-    std::ostringstream csv;
+    TextStream csv;
     csv.imbue(std::locale::classic());
     if (loraAdapterUpdaterMode) {
         writeUpdateBinarySectionSection(*this, report);
     } else {
         writeFullReport(*this, report);
     }
-    if (csvFile.is_open()) writeCsvExport(csv);
+    if (csvFile.is_open()) {
+        csv.reserve(expectedCsvSize(*this));
+        writeCsvExport(csv);
+    }
 
     std::cout << report.str() << std::flush;
     if (csvFile.is_open()) {
-        const std::string csvText = csv.str();
+        const std::string_view csvText = csv.text();
         csvFile.write(csvText.data(), static_cast<std::streamsize>(csvText.size()));
         csvFile.close();
         if (csvFile.fail()) throw std::ios_base::failure(streamStateText(csvFile));

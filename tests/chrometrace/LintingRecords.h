@@ -8,6 +8,7 @@
 
 #include "chrometrace/LintingIdentifiers.h"
 #include "log/ProfileEvent.h"
+#include "reader/VekProfileLogReaderChrometrace.h"
 #include "stats/StatSummary.h"
 
 namespace vek {
@@ -35,21 +36,19 @@ struct OpSpec {
     std::vector<std::string> waitBackgroundNames;  // 5006 under 5003
 };
 
-inline std::vector<ProfileEvent> namedItems(uint32_t identifier,
-                                            const std::vector<std::string>& names) {
-    std::vector<ProfileEvent> items;
-    for (const std::string& name : names) items.push_back(event(identifier, name, 0));
-    return items;
-}
-
 // A complete op record: all four linting children present.
 inline ProfileEvent opRecord(const OpSpec& spec) {
+    auto items = [](uint32_t identifier, const std::vector<std::string>& names) {
+        std::vector<ProfileEvent> result;
+        for (const std::string& name : names) result.push_back(event(identifier, name, 0));
+        return result;
+    };
     return event(kOpRecordIdentifier, spec.name, spec.duration,
                  {event(kWaitDurationIdentifier, "wait", spec.wait),
                   event(kOpBackgroundIdentifier, "bg", spec.opBackground,
-                        namedItems(kOpBackgroundNameIdentifier, spec.opBackgroundNames)),
+                        items(kOpBackgroundNameIdentifier, spec.opBackgroundNames)),
                   event(kWaitBackgroundIdentifier, "wait bg", spec.waitBackground,
-                        namedItems(kWaitBackgroundNameIdentifier, spec.waitBackgroundNames)),
+                        items(kWaitBackgroundNameIdentifier, spec.waitBackgroundNames)),
                   event(kResourceMaskIdentifier, "resources", spec.mask)});
 }
 
@@ -61,6 +60,14 @@ inline GraphSummary graphWithOps(std::string graphName, std::vector<ProfileEvent
     graph.events.push_back(event(0, "Accelerator", 1000, std::move(ops)));
     return graph;
 }
+
+// A trace reader whose execute averages are the given graphs, as loading leaves them.
+struct LintingReader {
+    explicit LintingReader(std::vector<GraphSummary> graphs = {}) {
+        reader.executeStats.average = std::move(graphs);
+    }
+    VekProfileLogReaderChrometrace reader{"log.bin", VisibilityLevel(5)};
+};
 
 }  // namespace testlinting
 }  // namespace profiling

@@ -59,7 +59,7 @@ std::vector<std::string> graphNames(const std::vector<GraphSamples>& list) {
     return names;
 }
 
-std::vector<std::string> eventNames(const std::vector<ProfileEvent>& events) {
+std::vector<std::string> eventNames(EventSpan events) {
     std::vector<std::string> names;
     for (const ProfileEvent& event : events) names.push_back(event.name);
     return names;
@@ -488,7 +488,7 @@ protected:
         buffer_ = buildChunk(chunk);
         const fb::LogMessage* message = fb::GetLogChunk(buffer_.data())->messages()->Get(0);
         std::vector<ProfileEvent> out;
-        convertEvents(message->events(), strings_, out);
+        convertEvents(message->events(), store_, strings_, out);
         return out;
     }
 
@@ -500,6 +500,7 @@ protected:
     }
 
     std::vector<uint8_t> buffer_;
+    EventStore store_;
     std::list<std::string> strings_;
 };
 
@@ -572,7 +573,7 @@ TEST_F(EventConversionTest, CopiesTheFieldsAndTheTreeInOrder) {
     // A single event converts the same way on its own.
     const fb::LogEvent* first =
         fb::GetLogChunk(buffer_.data())->messages()->Get(0)->events()->Get(0);
-    const ProfileEvent alone = convertEvent(*first, strings_);
+    const ProfileEvent alone = convertEvent(*first, store_, strings_);
     EXPECT_EQ(alone.name, "null");
     EXPECT_EQ(alone.children.size(), 2u);
 }

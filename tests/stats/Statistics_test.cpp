@@ -17,7 +17,7 @@ using testdata::sample;
 
 constexpr uint64_t kLargest = 18446744073709551615ull;
 
-std::vector<std::string> namesOf(const std::vector<ProfileEvent>& events) {
+std::vector<std::string> namesOf(EventSpan events) {
     std::vector<std::string> names;
     for (const ProfileEvent& e : events) names.push_back(e.name);
     return names;
@@ -176,7 +176,7 @@ TEST(StatisticsTest, ChildrenAreMergedAndAveragedAtEveryDepth) {
 
 // The merge rules written out as plainly as possible, to check the indexed
 // merge against on random wide lists with many repeated names.
-void referenceMerge(std::vector<ProfileEvent>& into, const std::vector<ProfileEvent>& from) {
+void referenceMerge(std::vector<ProfileEvent>& into, EventSpan from) {
     if (into.empty()) {
         for (const ProfileEvent& e : from) {
             if (e.unit != kUnitObject) into.push_back(e);
@@ -195,14 +195,14 @@ void referenceMerge(std::vector<ProfileEvent>& into, const std::vector<ProfileEv
             match->value.dataType = kDataTypeUInt64;
             match->value.payload += b.value.payload;
             ++match->sampleCount;
-            referenceMerge(match->children, b.children);
+            referenceMerge(match->children.edit(), b.children);
         } else if (b.unit != kUnitObject) {
             into.push_back(b);
         }
     }
 }
 
-void expectSameTree(const std::vector<ProfileEvent>& actual, const std::vector<ProfileEvent>& expected) {
+void expectSameTree(EventSpan actual, EventSpan expected) {
     ASSERT_EQ(actual.size(), expected.size());
     for (size_t i = 0; i < actual.size(); ++i) {
         ASSERT_EQ(actual[i].name, expected[i].name);

@@ -1,9 +1,12 @@
 #include "LogJsonDecoder.h"
 
 #include <rapidjson/prettywriter.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -38,6 +41,8 @@ public:
     virtual size_t read(uint8_t* into, size_t size) = 0;
     // Set when reading failed for another reason than the end of the input.
     virtual std::string readError() const { return {}; }
+    // How many bytes are left, when the source knows.
+    virtual size_t available() const { return SIZE_MAX; }
 };
 
 class MemorySource : public ByteSource {
@@ -49,6 +54,7 @@ public:
         position_ += count;
         return count;
     }
+    size_t available() const override { return size_ - position_; }
 
 private:
     const uint8_t* data_;
@@ -58,17 +64,27 @@ private:
 
 class FileSource : public ByteSource {
 public:
-    explicit FileSource(std::FILE* file) : file_(file) {}
+    explicit FileSource(std::FILE* file) : file_(file) {
+        struct stat status {};
+        const long position = std::ftell(file);
+        if (fstat(fileno(file), &status) == 0 && S_ISREG(status.st_mode) && position >= 0 &&
+            position <= status.st_size) {
+            remaining_ = static_cast<size_t>(status.st_size - position);
+        }
+    }
     size_t read(uint8_t* into, size_t size) override {
         const size_t got = std::fread(into, 1, size, file_);
         if (got < size && std::ferror(file_) && error_.empty()) error_ = std::strerror(errno);
+        remaining_ -= std::min(remaining_, got);
         return got;
     }
     std::string readError() const override { return error_; }
+    size_t available() const override { return remaining_; }
 
 private:
     std::FILE* file_;
     std::string error_;
+    size_t remaining_ = SIZE_MAX;  // a pipe's size is not known
 };
 
 void writeBytes(Writer& writer, const flatbuffers::Vector<uint8_t>& bytes, std::string& scratch) {
@@ -158,12 +174,14 @@ std::string chunkPlace(size_t index, uint64_t offset) {
     return "chunk " + std::to_string(index) + " at byte offset " + std::to_string(offset);
 }
 
-// Reads `size` bytes into `buffer`, growing it only as data arrives.
+// Reads `size` bytes into `buffer`, growing it only as data arrives and never
+// beyond what the source says it still holds.
 size_t readBody(ByteSource& source, std::vector<uint8_t>& buffer, size_t size) {
     buffer.clear();
     size_t have = 0;
     while (have < size) {
-        const size_t step = size - have < kReadStep ? size - have : kReadStep;
+        const size_t step = std::min({size - have, kReadStep, source.available()});
+        if (step == 0) break;
         buffer.resize(have + step);
         const size_t got = source.read(buffer.data() + have, step);
         have += got;

@@ -5,7 +5,9 @@
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -242,7 +244,9 @@ public:
     bool Int64(int64_t value) { return integer(JsonInteger::of(value)); }
     bool Uint64(uint64_t value) { return integer(JsonInteger::of(value)); }
     bool Double(double value);
-    bool RawNumber(const char*, rapidjson::SizeType, bool) { return wrongType("a number"); }
+    // Numbers arrive as their text and are converted here: RapidJSON 1.1.0's
+    // own conversion of long mantissas can go wrong.
+    bool RawNumber(const char* text, rapidjson::SizeType length, bool);
     bool String(const char* text, rapidjson::SizeType length, bool);
     bool StartObject();
     bool Key(const char* text, rapidjson::SizeType length, bool);
@@ -460,6 +464,33 @@ bool ChunkAssembler::integer(const JsonInteger& value) {
     }
 }
 
+bool ChunkAssembler::RawNumber(const char* text, rapidjson::SizeType length, bool) {
+    const char* end = text + length;
+    // What RapidJSON would have done: an integer that fits 64 bits (signed
+    // when negative) stays an integer, every other number becomes a double.
+    if (std::none_of(text, end, [](char c) { return c == '.' || c == 'e' || c == 'E'; })) {
+        if (*text == '-') {
+            int64_t value = 0;
+            const auto result = std::from_chars(text, end, value);
+            if (result.ec == std::errc() && result.ptr == end) return integer(JsonInteger::of(value));
+        } else {
+            uint64_t value = 0;
+            const auto result = std::from_chars(text, end, value);
+            if (result.ec == std::errc() && result.ptr == end) return integer(JsonInteger::of(value));
+        }
+    }
+    double value = 0.0;
+    const auto result = std::from_chars(text, end, value);
+    if (result.ec == std::errc::result_out_of_range) {
+        // Too small or too large for a double: the wider type says which,
+        // and converting it gives the zero or the infinity.
+        long double wide = 0.0L;
+        std::from_chars(text, end, wide);
+        value = static_cast<double>(wide);
+    }
+    return Double(value);
+}
+
 bool ChunkAssembler::Double(double value) {
     if (depth_ == 0) return wrongType("a number");
     Frame& frame = top();
@@ -574,7 +605,7 @@ ConversionStatus encodeStream(Stream& stream, OutputSink& out) {
     ChunkAssembler assembler(out, [&stream] { return stream.Tell(); });
     rapidjson::Reader reader;
     const rapidjson::ParseResult result =
-        reader.Parse<rapidjson::kParseFullPrecisionFlag | rapidjson::kParseIterativeFlag>(
+        reader.Parse<rapidjson::kParseNumbersAsStringsFlag | rapidjson::kParseIterativeFlag>(
             stream, assembler);
     status.chunkCount = assembler.chunkCount();
     if (!assembler.error().empty()) {

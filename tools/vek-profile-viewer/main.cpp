@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -22,9 +23,17 @@ namespace fs = std::filesystem;
 constexpr const char* kProgram = "vek-profile-viewer";
 constexpr uint64_t kViewerLogHandle = 1;
 
+// The most detailed diagnostics level shown (--log-level).
+int32_t shownLevel = 1;
+// Errors the library reported. An object file that could not be saved is
+// reported only this way: the report goes on without it.
+int errorCount = 0;
+
 // Shows the library's diagnostics on standard error.
 void printDiagnostic(const char* format, uint32_t level, uint64_t, va_list arguments) {
     static const char* const names[] = {"", "error", "warning", "info", "verbose", "debug"};
+    if (level <= 1) ++errorCount;
+    if (static_cast<int64_t>(level) > shownLevel) return;
     std::fprintf(stderr, "%s: %s: ", kProgram, level <= 5 ? names[level] : "note");
     std::vfprintf(stderr, format, arguments);
     std::fputc('\n', stderr);
@@ -54,7 +63,10 @@ int runViewer(const ViewerOptions& options) {
         options.readerPath.empty() ? installedPluginPath() : options.readerPath;
     std::unique_ptr<ReaderPlugin> plugin = ReaderPlugin::open(pluginPath, error);
     if (!plugin) return fail(error);
-    if (!plugin->registerLogger(kViewerLogHandle, &printDiagnostic, options.logLevel) &&
+    // Errors are always received, to be counted, and shown as asked.
+    shownLevel = options.logLevel;
+    if (!plugin->registerLogger(kViewerLogHandle, &printDiagnostic,
+                                options.logLevel > 1 ? options.logLevel : 1) &&
         options.logLevel > 0) {
         std::cerr << kProgram << ": note: the reader plug-in reports no diagnostics\n";
     }
@@ -91,6 +103,7 @@ int runViewer(const ViewerOptions& options) {
     }
 
     bool written = false;
+    const int errorsBefore = errorCount;
     try {
         written = reader->writeOutput(outputPath);
     } catch (const std::exception& exception) {
@@ -98,6 +111,7 @@ int runViewer(const ViewerOptions& options) {
     }
     if (!written) return fail("no output was written");
     if (!flushStandardOutput()) return fail("writing to standard output failed");
+    if (errorCount != errorsBefore) return fail("some of the output could not be written");
     if (options.mode == OutputMode::Trace) {
         std::cerr << kProgram << ": trace written to " << outputPath
                   << " (open it in Perfetto or chrome://tracing)\n";

@@ -1,0 +1,173 @@
+#include "FuzzSandbox.h"
+
+#include <fcntl.h>
+#include <linux/landlock.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#ifndef LANDLOCK_ACCESS_FS_TRUNCATE
+#define LANDLOCK_ACCESS_FS_TRUNCATE (1ULL << 14)
+#endif
+
+namespace vek {
+namespace fuzz {
+namespace {
+
+namespace fs = std::filesystem;
+
+[[noreturn]] void die(const std::string& message) {
+    std::fprintf(stderr, "fuzz sandbox: %s\n", message.c_str());
+    std::exit(1);
+}
+
+std::string scratchPath;
+
+void removeScratch() {
+    if (scratchPath.empty()) return;
+    std::error_code ignored;
+    fs::current_path(fs::path(scratchPath).parent_path(), ignored);
+    fs::remove_all(scratchPath, ignored);
+}
+
+std::string absoluteFrom(const std::string& base, const std::string& path) {
+    if (path.empty() || path[0] == '/') return path;
+    return base + "/" + path;
+}
+
+bool startsWith(const std::string& text, const char* prefix) {
+    return text.compare(0, std::strlen(prefix), prefix) == 0;
+}
+
+// The arguments libFuzzer will see, with every path made absolute (the
+// process works in the scratch directory), and the directories it writes to.
+struct Arguments {
+    std::vector<std::string> values;
+    std::vector<std::string> writableDirectories;
+};
+
+Arguments rewriteArguments(int argc, char** argv, const std::string& startDirectory) {
+    Arguments result;
+    result.writableDirectories.push_back(startDirectory);
+    bool artifactsNamed = false;
+    for (int i = 0; i < argc; ++i) {
+        std::string argument = argv[i];
+        if (i == 0) {
+            // the program itself
+        } else if (argument.empty() || argument[0] != '-') {
+            argument = absoluteFrom(startDirectory, argument);
+            if (fs::is_directory(argument)) result.writableDirectories.push_back(argument);
+        } else {
+            for (const char* flag : {"-artifact_prefix=", "-exact_artifact_path=", "-dict="}) {
+                if (!startsWith(argument, flag)) continue;
+                const size_t valueStart = std::strlen(flag);
+                const std::string value =
+                    absoluteFrom(startDirectory, argument.substr(valueStart));
+                argument = flag + value;
+                if (std::strcmp(flag, "-dict=") != 0) {
+                    artifactsNamed = true;
+                    // A prefix ending in '/' names the directory itself.
+                    result.writableDirectories.push_back(
+                        fs::path(value + "x").parent_path().string());
+                }
+            }
+        }
+        result.values.push_back(argument);
+    }
+    // libFuzzer's default is the current directory, which is now the scratch.
+    if (!artifactsNamed) result.values.push_back("-artifact_prefix=" + startDirectory + "/");
+    return result;
+}
+
+long landlock(long call, const void* attribute, size_t size, uint32_t flags) {
+    return syscall(call, attribute, size, flags);
+}
+
+// Allows writes only beneath the given directories, for this process and
+// every process it starts. False when the kernel offers no Landlock.
+bool confineWrites(const std::vector<std::string>& directories) {
+    const long abi = landlock(SYS_landlock_create_ruleset, nullptr, 0,
+                              LANDLOCK_CREATE_RULESET_VERSION);
+    if (abi < 1) return false;
+    landlock_ruleset_attr ruleset{};
+    ruleset.handled_access_fs =
+        LANDLOCK_ACCESS_FS_WRITE_FILE | LANDLOCK_ACCESS_FS_REMOVE_DIR |
+        LANDLOCK_ACCESS_FS_REMOVE_FILE | LANDLOCK_ACCESS_FS_MAKE_CHAR |
+        LANDLOCK_ACCESS_FS_MAKE_DIR | LANDLOCK_ACCESS_FS_MAKE_REG |
+        LANDLOCK_ACCESS_FS_MAKE_SOCK | LANDLOCK_ACCESS_FS_MAKE_FIFO |
+        LANDLOCK_ACCESS_FS_MAKE_BLOCK | LANDLOCK_ACCESS_FS_MAKE_SYM;
+    if (abi >= 2) ruleset.handled_access_fs |= LANDLOCK_ACCESS_FS_REFER;
+    if (abi >= 3) ruleset.handled_access_fs |= LANDLOCK_ACCESS_FS_TRUNCATE;
+    const int rulesetFd =
+        static_cast<int>(landlock(SYS_landlock_create_ruleset, &ruleset, sizeof ruleset, 0));
+    if (rulesetFd < 0) return false;
+    for (const std::string& directory : directories) {
+        landlock_path_beneath_attr beneath{};
+        beneath.allowed_access = ruleset.handled_access_fs;
+        beneath.parent_fd = open(directory.c_str(), O_PATH | O_CLOEXEC);
+        if (beneath.parent_fd < 0) continue;  // not there: nothing to allow
+        const long added =
+            syscall(SYS_landlock_add_rule, rulesetFd, LANDLOCK_RULE_PATH_BENEATH, &beneath, 0);
+        close(beneath.parent_fd);
+        if (added != 0) die("cannot allow writes beneath " + directory);
+    }
+    const bool restricted = prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+                            syscall(SYS_landlock_restrict_self, rulesetFd, 0) == 0;
+    close(rulesetFd);
+    return restricted;
+}
+
+void silenceStandardOutput() {
+    std::fflush(stdout);
+    const int devNull = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (devNull < 0 || dup2(devNull, STDOUT_FILENO) < 0) die("cannot redirect standard output");
+    close(devNull);
+}
+
+}  // namespace
+
+void enterSandbox(int* argc, char*** argv) {
+    const std::string startDirectory = fs::current_path().string();
+    static Arguments arguments = rewriteArguments(*argc, *argv, startDirectory);
+    static std::vector<char*> pointers;
+    for (std::string& value : arguments.values) pointers.push_back(value.data());
+    pointers.push_back(nullptr);
+    *argc = static_cast<int>(arguments.values.size());
+    *argv = pointers.data();
+
+    std::string pattern = startDirectory + "/vek-fuzz-scratch-XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) die("cannot create a scratch directory");
+    scratchPath = pattern;
+    std::atexit(removeScratch);
+    if (chdir(scratchPath.c_str()) != 0) die("cannot enter " + scratchPath);
+    silenceStandardOutput();
+
+    if (!confineWrites(arguments.writableDirectories)) {
+        const char* unconfined = std::getenv("VEK_FUZZ_UNCONFINED");
+        if (unconfined == nullptr || std::strcmp(unconfined, "1") != 0) {
+            die("cannot confine file writes (no Landlock in this kernel); set "
+                "VEK_FUZZ_UNCONFINED=1 to fuzz without that protection");
+        }
+        std::fprintf(stderr, "fuzz sandbox: warning: file writes are not confined\n");
+    }
+}
+
+void clearScratch() {
+    std::error_code ignored;
+    for (fs::directory_iterator entry(".", ignored), end; !ignored && entry != end;
+         entry.increment(ignored)) {
+        fs::remove_all(entry->path(), ignored);
+    }
+}
+
+}  // namespace fuzz
+}  // namespace vek

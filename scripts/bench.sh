@@ -1,0 +1,163 @@
+#!/usr/bin/env bash
+# End-to-end benchmark: the main job (vek-profile-viewer LOG -o trace.json, a
+# fresh process) and the full text summary with the CSV export, timed side by
+# side with the limit program (vek-bench-limit: verify and read every field,
+# build nothing) in one hyperfine run, plus peak resident memory from
+# /usr/bin/time -v. Prints one table of ratios and memory multiples.
+#
+#   scripts/bench.sh                 the four logs: 10 MB, 100 MB, 1 GB, wide 100 MB
+#   scripts/bench.sh --smoke         one small log, two runs: checks that it all still works
+#   scripts/bench.sh --logs "10mb wide" --runs 5
+#   scripts/bench.sh --stages        also runs the stage micro-benchmarks on the 10 MB log
+#   scripts/bench.sh --keep-logs     keeps the 1 GB log for the next run
+#
+# Logs are generated (deterministically) under build-bench/logs and reused
+# until the generator is rebuilt.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+smoke=0
+stages=0
+keep_logs=0
+runs=10
+logs="10mb 100mb 1gb wide"
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --smoke) smoke=1; runs=2; logs="smoke" ;;
+    --stages) stages=1 ;;
+    --keep-logs) keep_logs=1 ;;
+    --runs) runs="$2"; shift ;;
+    --logs) logs="$2"; shift ;;
+    -h|--help) sed -n '2,15p' "$0"; exit 0 ;;
+    *) echo "bench.sh: unknown option $1" >&2; exit 2 ;;
+  esac
+  shift
+done
+
+# Graphs, executions per graph and ops per execution of each log.
+shape_of() {
+  case "$1" in
+    smoke) echo "2 16 200" ;;
+    10mb)  echo "2 54 200" ;;
+    100mb) echo "2 534 200" ;;
+    1gb)   echo "2 5340 200" ;;
+    wide)  echo "2 53 2000" ;;
+    *) echo "bench.sh: unknown log $1" >&2; exit 2 ;;
+  esac
+}
+# The targets: main job / limit, and peak memory / log size.
+time_target_of() {
+  case "$1" in 100mb|1gb) echo "2.0" ;; wide) echo "2.5" ;; *) echo "-" ;; esac
+}
+memory_target_of() {
+  case "$1" in 100mb|1gb) echo "1.5" ;; *) echo "-" ;; esac
+}
+# The full summary with the CSV export is measured on this log.
+summary_log=100mb
+if [ "$smoke" = 1 ]; then summary_log=smoke; fi
+
+bash scripts/install-deps.sh --bench
+
+build=build-bench
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVEK_BUILD_TESTS=OFF \
+  -DVEK_BUILD_BENCH=ON > /dev/null
+cmake --build "$build" -j "$(nproc)" --target vek-profile-viewer VekChrometraceProfilingReader \
+  vek-bench-make-log vek-bench-limit vek-bench-stages > /dev/null
+
+viewer="$build/tools/vek-profile-viewer/vek-profile-viewer"
+limit="$build/bench/vek-bench-limit"
+make_log="$build/bench/vek-bench-make-log"
+mkdir -p "$build/logs" "$build/out"
+
+log_path() { echo "$build/logs/$1-$(shape_of "$1" | tr ' ' x).log"; }
+
+for log in $logs; do
+  path=$(log_path "$log")
+  # A rebuilt generator may write other bytes: its logs are made afresh.
+  [ -f "$path" ] && [ "$path" -nt "$make_log" ] && continue
+  if [ "$log" = 1gb ]; then
+    available_kb=$(df -Pk "$build/logs" | awk 'NR == 2 { print $4 }')
+    if [ "$available_kb" -lt $((3 * 1024 * 1024)) ]; then
+      echo "bench.sh: the 1 GB log needs 3 GB of free disk space" >&2
+      exit 1
+    fi
+  fi
+  # shellcheck disable=SC2046
+  "$make_log" $(shape_of "$log") "$path.part" > /dev/null
+  mv "$path.part" "$path"
+done
+
+# One hyperfine run with every command, so that all of them meet the same
+# machine state.
+hyperfine_args=(-N --style basic --warmup 1 --runs "$runs" --export-csv "$build/out/times.csv")
+for log in $logs; do
+  path=$(log_path "$log")
+  hyperfine_args+=(-n "limit $log" --prepare true "$limit $path")
+  hyperfine_args+=(-n "main $log" --prepare true "$viewer $path -o $build/out/trace-$log.json")
+  if [ "$log" = "$summary_log" ]; then
+    # The CSV export appends, so every run starts without the file.
+    hyperfine_args+=(-n "summary $log" --prepare "rm -f $build/out/summary-$log.csv"
+                     "$viewer $path -m summary -o $build/out/summary-$log.csv")
+  fi
+done
+hyperfine "${hyperfine_args[@]}" > "$build/out/hyperfine.txt"
+
+# Median seconds of a named command.
+median_of() {
+  awk -F, -v name="$1" 'NR > 1 && $1 == name { print $4 }' "$build/out/times.csv"
+}
+peak_kb_of() {
+  /usr/bin/time -v "$@" 2>&1 > /dev/null | awk -F': ' '/Maximum resident set size/ { print $2 }'
+}
+
+table="$build/out/bench-table.md"
+{
+  echo "Measured $(date -u '+%Y-%m-%d %H:%M UTC') on $(nproc) cores of" \
+    "$(lscpu | awk -F': +' '/^Model name/ { print $2; exit }')," \
+    "$(awk '/MemTotal/ { printf "%.0f GiB", $2 / 1048576 }' /proc/meminfo) RAM;" \
+    "median of $runs runs, one hyperfine run."
+  echo
+  echo "| log (graphs x executions x ops) | size | limit | main job | main / limit | target | peak memory | memory / size | target |"
+  echo "|---|---:|---:|---:|---:|---:|---:|---:|---:|"
+  for log in $logs; do
+    path=$(log_path "$log")
+    size=$(stat -c %s "$path")
+    limit_s=$(median_of "limit $log")
+    main_s=$(median_of "main $log")
+    peak_kb=$(peak_kb_of "$viewer" "$path" -o "$build/out/trace-$log.json")
+    awk -v name="$log" -v shape="$(shape_of "$log" | sed 's/ / x /g')" -v size="$size" \
+        -v limit="$limit_s" -v main="$main_s" -v peak="$peak_kb" \
+        -v time_target="$(time_target_of "$log")" -v memory_target="$(memory_target_of "$log")" \
+      'BEGIN {
+         printf "| %s (%s) | %.0f MB | %.0f ms | %.0f ms | %.2fx | %s | %.0f MB | %.2fx | %s |\n",
+           name, shape, size / 1e6, limit * 1000, main * 1000, main / limit,
+           time_target == "-" ? "-" : "<= " time_target "x",
+           peak * 1024 / 1e6, peak * 1024 / size,
+           memory_target == "-" ? "-" : "<= " memory_target "x" }'
+    if [ "$log" = "$summary_log" ]; then
+      summary_s=$(median_of "summary $log")
+      rm -f "$build/out/summary-$log.csv"
+      peak_kb=$(peak_kb_of "$viewer" "$path" -m summary -o "$build/out/summary-$log.csv")
+      awk -v name="$log" -v size="$size" -v limit="$limit_s" -v main="$summary_s" \
+          -v peak="$peak_kb" -v time_target="$([ "$smoke" = 1 ] && echo - || echo 3.0)" \
+        'BEGIN {
+           printf "| %s, full summary + CSV | %.0f MB | %.0f ms | %.0f ms | %.2fx | %s | %.0f MB | %.2fx | - |\n",
+             name, size / 1e6, limit * 1000, main * 1000, main / limit,
+             time_target == "-" ? "-" : "<= " time_target "x", peak * 1024 / 1e6, peak * 1024 / size }'
+    fi
+  done
+} > "$table"
+cat "$table"
+
+if [ "$stages" = 1 ] || [ "$smoke" = 1 ]; then
+  stage_args=()
+  if [ "$smoke" = 1 ]; then
+    stage_args=(--log="$(log_path smoke)" --benchmark_min_time=0.01)
+  fi
+  "$build/bench/vek-bench-stages" "${stage_args[@]}"
+fi
+
+if [ "$keep_logs" = 0 ]; then
+  rm -f "$(log_path 1gb)"
+fi
+rm -f "$build"/out/summary-*.csv

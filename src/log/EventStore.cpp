@@ -1,0 +1,12 @@
+#include "log/EventStore.h"
+
+namespace vek {
+namespace profiling {
+
+EventBytes EventStore::keepBytes(const uint8_t* data, size_t size) {
+    bytes_.emplace_back(data, data + size);
+    return EventBytes::pooled(bytes_.back());
+}
+
+}  // namespace profiling
+}  // namespace vek

@@ -1,0 +1,130 @@
+// Several readers on their own threads, each over its own log, while other
+// threads register loggers and log. Readers share nothing but the logger
+// registry, so each must produce exactly what it produces alone. Built with
+// ThreadSanitizer by scripts/tsan.sh, which runs this suite only.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "chrometrace/LintingIdentifiers.h"
+#include "logging/Log.h"
+#include "reader/VekProfileLogReaderChrometrace.h"
+#include "support/LogWriter.h"
+
+namespace vek {
+namespace profiling {
+namespace {
+
+using namespace testlog;
+
+std::atomic<uint64_t> delivered{0};
+
+void countMessage(const char* format, uint32_t, uint64_t, va_list arguments) {
+    char text[256];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    delivered.fetch_add(1, std::memory_order_relaxed);
+}
+
+EventSpec loggedOp(const std::string& name, uint64_t duration) {
+    return EventSpec::u64(name, duration, 1, kOpRecordIdentifier).withChildren({
+        EventSpec::u64("wait", duration / 4, 1, kWaitDurationIdentifier),
+        EventSpec::u64("bg", duration / 2, 1, kOpBackgroundIdentifier)
+            .withChildren({EventSpec::u64("dma", 0, 6, kOpBackgroundNameIdentifier)}),
+        EventSpec::u64("bg wait", 3, 1, kWaitBackgroundIdentifier),
+        EventSpec::u64("resources", 3, 1, kResourceMaskIdentifier)});
+}
+
+// A log of its own for each reader: its own graphs, durations and object
+// file (saved in the reader's directory).
+void writeLog(const TempDir& dir, int index) {
+    LogWriter log;
+    ChunkSpec& chunk = log.chunk().header(
+        HeaderSpec{}.tool("net-run", std::to_string(index)).epoch(1718031845123456));
+    chunk.message(MessageSpec(kContextCreate).times(0, 40))
+        .message(MessageSpec(kFinalize).graph("g").times(50, 90).withEvents(
+            {EventSpec::u64("Init Stats", 30, 1, kInitEventIdentifier)}));
+    for (int run = 0; run < 20; ++run) {
+        const uint64_t start = 1000 + 100u * static_cast<uint64_t>(run);
+        const uint64_t op = 10 + static_cast<uint64_t>(index * 7 + run);
+        chunk.message(MessageSpec(kExecute)
+                          .graph("graph_" + std::to_string(index) + "_" + std::to_string(run % 3))
+                          .times(start, start + 60 + op)
+                          .withEvents({EventSpec::u64("Accelerator", 50 + op)
+                                           .withChildren({loggedOp("conv", op), loggedOp("pool", op / 2)}),
+                                       EventSpec::object("Blob", {1, 2, 3}, dir.file("blob.bin"))}));
+    }
+    log.writeTo(dir.file("run.bin"));
+}
+
+// Everything one reader produces: trace, CSV and header, from both readers
+// with the load flag set (so object files are written too).
+std::string readerOutputs(const TempDir& dir, const std::string& tag) {
+    const std::string log = dir.file("run.bin");
+    VekProfileLogReaderChrometrace chrome(log, VisibilityLevel(10));
+    VekProfileLogReader summary(log, VisibilityLevel(10));
+    if (!chrome.loadLog(true) || !summary.loadLog(true)) return "load failed";
+    const bool written = chrome.writeOutput(dir.file(tag + ".json")) &&
+                         summary.writeOutput(dir.file(tag + ".csv"));
+    if (!written) return "output failed";
+    return readFile(dir.file(tag + ".json")) + readFile(dir.file(tag + ".csv")) +
+           chrome.printHeader() + summary.printHeader();
+}
+
+TEST(ReaderConcurrency, ReadersOnThreadsMatchTheirSingleThreadedRuns) {
+    constexpr int kReaders = 4;
+    constexpr int kRounds = 3;
+    constexpr int kLoggers = 2;
+    std::vector<std::unique_ptr<TempDir>> dirs;
+    std::vector<std::string> expected;
+    testing::internal::CaptureStdout();  // the readers print their summaries
+    for (int i = 0; i < kReaders; ++i) {
+        dirs.push_back(std::make_unique<TempDir>());
+        writeLog(*dirs.back(), i);
+        expected.push_back(readerOutputs(*dirs.back(), "alone"));
+    }
+
+    std::atomic<int> readersRunning{kReaders};
+    std::vector<std::vector<std::string>> results(kReaders);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kReaders; ++i) {
+        threads.emplace_back([&, i] {
+            for (int round = 0; round < kRounds; ++round) {
+                results[i].push_back(readerOutputs(*dirs[i], "round" + std::to_string(round)));
+            }
+            readersRunning.fetch_sub(1);
+        });
+    }
+    for (int i = 0; i < kLoggers; ++i) {
+        threads.emplace_back([&, i] {
+            // Keeps replacing the library's logger (handles and levels vary)
+            // and logging through it while the readers log their own messages.
+            for (int n = 0; readersRunning.load() > 0; ++n) {
+                registerLogger(0x1000 + static_cast<uint64_t>(i * 16 + n % 16), &countMessage,
+                               n % 6);
+                vekLog(kLogError, "logger thread %d message %d", i, n);
+                vekLog(kLogDebug, "logger thread %d debug %d", i, n);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    testing::internal::GetCapturedStdout();
+    registerLogger(0x1000, nullptr, 0);  // the library's messages are dropped again
+
+    for (int i = 0; i < kReaders; ++i) {
+        ASSERT_EQ(results[i].size(), static_cast<size_t>(kRounds));
+        for (int round = 0; round < kRounds; ++round) {
+            EXPECT_EQ(results[i][round], expected[i]) << "reader " << i << " round " << round;
+        }
+    }
+    EXPECT_GT(delivered.load(), 0u);
+}
+
+}  // namespace
+}  // namespace profiling
+}  // namespace vek
