@@ -56,13 +56,16 @@ std::string freeFileName(const std::string& name) {
 // twice; the report relies on that.
 void VekProfileLogReader::writeObjectEventFile(const ProfileEvent& event) {
     if (event.detail.empty()) return;
-    const std::string fileName = freeFileName(event.detail);
+    // The file system sees a name only up to its first NUL byte; searching
+    // under the whole text would find every candidate taken.
+    const std::string requested(event.detail.c_str());
+    const std::string fileName = freeFileName(requested);
     // Binary, so the object's bytes land unchanged on every platform.
     std::ofstream file;
     if (!fileName.empty()) file.open(fileName, std::ios::out | std::ios::trunc | std::ios::binary);
     if (!file.is_open()) {
         vekLog(kLogError, "Invalid output fileName: [%s]",
-               (fileName.empty() ? event.detail : fileName).c_str());
+               (fileName.empty() ? requested : fileName).c_str());
         return;
     }
     file.write(reinterpret_cast<const char*>(event.bytes.data()),

@@ -49,6 +49,15 @@ TEST_F(ObjectEventFileTest, NeverOverwritesAndTakesTheFirstFreeName) {
     EXPECT_EQ(readFile(dir.file("y_2.bin")), "old");
 }
 
+// The name ends at a NUL byte, as the file system reads it; the search for a
+// free name must not stall on candidates that all look taken.
+TEST_F(ObjectEventFileTest, NameEndsAtItsFirstNulByte) {
+    save(std::string("z.bin\0tail", 10), "a");
+    save(std::string("z.bin\0tail", 10), "b");
+    EXPECT_EQ(readFile(dir.file("z.bin")), "a");
+    EXPECT_EQ(readFile(dir.file("z_1.bin")), "b");
+}
+
 TEST_F(ObjectEventFileTest, CounterGoesBeforeTheLastDotOfTheFileName) {
     fs::create_directory(dir.file("dir.v2"));
     const struct {
