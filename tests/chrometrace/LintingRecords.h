@@ -37,19 +37,19 @@ struct OpSpec {
 };
 
 // A complete op record: all four linting children present.
-inline ProfileEvent opRecord(const OpSpec& spec) {
+inline ProfileEvent opRecord(const OpSpec& op) {
     auto items = [](uint32_t identifier, const std::vector<std::string>& names) {
         std::vector<ProfileEvent> result;
         for (const std::string& name : names) result.push_back(event(identifier, name, 0));
         return result;
     };
-    return event(kOpRecordIdentifier, spec.name, spec.duration,
-                 {event(kWaitDurationIdentifier, "wait", spec.wait),
-                  event(kOpBackgroundIdentifier, "bg", spec.opBackground,
-                        items(kOpBackgroundNameIdentifier, spec.opBackgroundNames)),
-                  event(kWaitBackgroundIdentifier, "wait bg", spec.waitBackground,
-                        items(kWaitBackgroundNameIdentifier, spec.waitBackgroundNames)),
-                  event(kResourceMaskIdentifier, "resources", spec.mask)});
+    return event(kOpRecordIdentifier, op.name, op.duration,
+                 {event(kWaitDurationIdentifier, "wait", op.wait),
+                  event(kOpBackgroundIdentifier, "bg", op.opBackground,
+                        items(kOpBackgroundNameIdentifier, op.opBackgroundNames)),
+                  event(kWaitBackgroundIdentifier, "wait bg", op.waitBackground,
+                        items(kWaitBackgroundNameIdentifier, op.waitBackgroundNames)),
+                  event(kResourceMaskIdentifier, "resources", op.mask)});
 }
 
 // A graph whose one averaged execution event holds the given op records.

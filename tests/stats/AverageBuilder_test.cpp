@@ -82,19 +82,19 @@ TEST(AverageBuilderTest, AveragesBuiltWhileLoadingEqualTheAveragesOfTheSamples) 
     const char* graphs[] = {"g0", "g1", "g2"};
     uint64_t call = 0;
     for (int chunk = 0; chunk < 3; ++chunk) {
-        auto& spec = log.chunk();
+        auto& written = log.chunk();
         for (int i = 0; i < 12; ++i, ++call) {
             const uint64_t start = 1000 * call;
             const uint64_t length = call % 4 == 0 ? 0 : 50 + call;  // some calls take no time
-            spec.message(MessageSpec(testlog::kExecute)
+            written.message(MessageSpec(testlog::kExecute)
                              .graph(graphs[call % 3])
                              .times(start, start + length)
                              .withEvents(callEvents(call)));
-            spec.message(MessageSpec(testlog::kApplyBinarySection)
+            written.message(MessageSpec(testlog::kApplyBinarySection)
                              .graph(graphs[(call + 1) % 2])
                              .times(start, start + call)
                              .withEvents(callEvents(call + 100)));
-            spec.message(MessageSpec(testlog::kFinalizeAfterTensorUpdates)
+            written.message(MessageSpec(testlog::kFinalizeAfterTensorUpdates)
                              .graph("g0")
                              .times(start, start + 7)
                              .visible(call % 5 == 0 ? 9 : 0)  // some hidden

@@ -17,132 +17,132 @@ namespace {
 using flatbuffers::FlatBufferBuilder;
 using flatbuffers::Offset;
 
-Offset<fb::LogEvent> buildEvent(FlatBufferBuilder& fbb, const EventSpec& spec) {
+Offset<fb::LogEvent> buildEvent(FlatBufferBuilder& fbb, const EventSpec& desc) {
     Offset<flatbuffers::Vector<Offset<fb::LogEvent>>> subEvents = 0;
-    if (spec.subEvents) {
+    if (desc.subEvents) {
         std::vector<Offset<fb::LogEvent>> children;
-        for (const EventSpec& child : *spec.subEvents) {
+        for (const EventSpec& child : *desc.subEvents) {
             children.push_back(buildEvent(fbb, child));
         }
         subEvents = fbb.CreateVector(children);
     }
-    const auto name = spec.name ? fbb.CreateString(*spec.name) : 0;
-    const auto bytes = spec.bytesValue ? fbb.CreateVector(*spec.bytesValue) : 0;
-    const auto detail = spec.detail ? fbb.CreateString(*spec.detail) : 0;
-    const auto text = spec.stringValue ? fbb.CreateString(*spec.stringValue) : 0;
+    const auto name = desc.name ? fbb.CreateString(*desc.name) : 0;
+    const auto bytes = desc.bytesValue ? fbb.CreateVector(*desc.bytesValue) : 0;
+    const auto detail = desc.detail ? fbb.CreateString(*desc.detail) : 0;
+    const auto text = desc.stringValue ? fbb.CreateString(*desc.stringValue) : 0;
     fb::LogEventBuilder event(fbb);
     event.add_name(name);
-    event.add_identifier(spec.identifier);
-    event.add_uint64Value(spec.uint64Value);
-    event.add_unit(spec.unit);
+    event.add_identifier(desc.identifier);
+    event.add_uint64Value(desc.uint64Value);
+    event.add_unit(desc.unit);
     event.add_subEvents(subEvents);
-    event.add_valueType(spec.valueType);
-    event.add_int64Value(spec.int64Value);
-    event.add_floatValue(spec.floatValue);
+    event.add_valueType(desc.valueType);
+    event.add_int64Value(desc.int64Value);
+    event.add_floatValue(desc.floatValue);
     event.add_bytesValue(bytes);
     event.add_detail(detail);
-    event.add_timestamp(spec.timestamp);
-    event.add_doubleValue(spec.doubleValue);
+    event.add_timestamp(desc.timestamp);
+    event.add_doubleValue(desc.doubleValue);
     event.add_stringValue(text);
     return event.Finish();
 }
 
-Offset<fb::LogMessage> buildMessage(FlatBufferBuilder& fbb, const MessageSpec& spec) {
+Offset<fb::LogMessage> buildMessage(FlatBufferBuilder& fbb, const MessageSpec& desc) {
     Offset<flatbuffers::Vector<Offset<fb::LogEvent>>> events = 0;
-    if (spec.events) {
+    if (desc.events) {
         std::vector<Offset<fb::LogEvent>> list;
-        for (const EventSpec& event : *spec.events) {
+        for (const EventSpec& event : *desc.events) {
             list.push_back(buildEvent(fbb, event));
         }
         events = fbb.CreateVector(list);
     }
-    const auto graphName = spec.graphName ? fbb.CreateString(*spec.graphName) : 0;
-    const auto stamp = spec.omitStamp ? 0 : fb::CreateMessageStamp(fbb, spec.timestamp, 0);
+    const auto graphName = desc.graphName ? fbb.CreateString(*desc.graphName) : 0;
+    const auto stamp = desc.omitStamp ? 0 : fb::CreateMessageStamp(fbb, desc.timestamp, 0);
     const auto timing =
-        spec.omitTiming ? 0 : fb::CreateMessageTiming(fbb, spec.startTime, spec.endTime);
+        desc.omitTiming ? 0 : fb::CreateMessageTiming(fbb, desc.startTime, desc.endTime);
     // Built by hand rather than with the generated builder, whose Finish()
     // insists on the required fields that a corrupt message leaves out.
     const auto start = fbb.StartTable();
-    if (!spec.omitStamp) fbb.AddOffset(fb::LogMessage::VT_STAMP, stamp);
-    fbb.AddElement<uint8_t>(fb::LogMessage::VT_METHODTYPE, spec.methodType, 0);
-    if (!spec.omitTiming) fbb.AddOffset(fb::LogMessage::VT_TIMING, timing);
-    fbb.AddElement<int8_t>(fb::LogMessage::VT_VISIBILITY, spec.visibility, 0);
-    if (spec.events) fbb.AddOffset(fb::LogMessage::VT_EVENTS, events);
-    if (spec.graphName) fbb.AddOffset(fb::LogMessage::VT_GRAPHNAME, graphName);
+    if (!desc.omitStamp) fbb.AddOffset(fb::LogMessage::VT_STAMP, stamp);
+    fbb.AddElement<uint8_t>(fb::LogMessage::VT_METHODTYPE, desc.methodType, 0);
+    if (!desc.omitTiming) fbb.AddOffset(fb::LogMessage::VT_TIMING, timing);
+    fbb.AddElement<int8_t>(fb::LogMessage::VT_VISIBILITY, desc.visibility, 0);
+    if (desc.events) fbb.AddOffset(fb::LogMessage::VT_EVENTS, events);
+    if (desc.graphName) fbb.AddOffset(fb::LogMessage::VT_GRAPHNAME, graphName);
     return Offset<fb::LogMessage>(fbb.EndTable(start));
 }
 
-Offset<fb::LogHeader> buildHeader(FlatBufferBuilder& fbb, const HeaderSpec& spec) {
-    const auto version = spec.withVersion ? fb::CreateLogVersion(fbb, 1, 0, 0, 0) : 0;
-    const auto toolVersion = spec.toolVersion ? fbb.CreateString(*spec.toolVersion) : 0;
-    const auto backend = spec.backend ? fbb.CreateString(*spec.backend) : 0;
-    const auto toolName = spec.toolName ? fbb.CreateString(*spec.toolName) : 0;
-    return fb::CreateLogHeader(fbb, spec.timeScale, spec.epochTimestamp,
-                               spec.steadyClockTimestamp, version, toolVersion, backend,
+Offset<fb::LogHeader> buildHeader(FlatBufferBuilder& fbb, const HeaderSpec& desc) {
+    const auto version = desc.withVersion ? fb::CreateLogVersion(fbb, 1, 0, 0, 0) : 0;
+    const auto toolVersion = desc.toolVersion ? fbb.CreateString(*desc.toolVersion) : 0;
+    const auto backend = desc.backend ? fbb.CreateString(*desc.backend) : 0;
+    const auto toolName = desc.toolName ? fbb.CreateString(*desc.toolName) : 0;
+    return fb::CreateLogHeader(fbb, desc.timeScale, desc.epochTimestamp,
+                               desc.steadyClockTimestamp, version, toolVersion, backend,
                                toolName);
 }
 
 }  // namespace
 
 EventSpec EventSpec::u64(std::string name, uint64_t value, uint32_t unit, uint32_t identifier) {
-    EventSpec spec;
-    spec.name = std::move(name);
-    spec.valueType = kValueUInt64;
-    spec.uint64Value = value;
-    spec.unit = unit;
-    spec.identifier = identifier;
-    return spec;
+    EventSpec desc;
+    desc.name = std::move(name);
+    desc.valueType = kValueUInt64;
+    desc.uint64Value = value;
+    desc.unit = unit;
+    desc.identifier = identifier;
+    return desc;
 }
 
 EventSpec EventSpec::i64(std::string name, int64_t value, uint32_t unit) {
-    EventSpec spec;
-    spec.name = std::move(name);
-    spec.valueType = kValueInt64;
-    spec.int64Value = value;
-    spec.unit = unit;
-    return spec;
+    EventSpec desc;
+    desc.name = std::move(name);
+    desc.valueType = kValueInt64;
+    desc.int64Value = value;
+    desc.unit = unit;
+    return desc;
 }
 
 EventSpec EventSpec::f32(std::string name, float value, uint32_t unit) {
-    EventSpec spec;
-    spec.name = std::move(name);
-    spec.valueType = kValueFloat;
-    spec.floatValue = value;
-    spec.unit = unit;
-    return spec;
+    EventSpec desc;
+    desc.name = std::move(name);
+    desc.valueType = kValueFloat;
+    desc.floatValue = value;
+    desc.unit = unit;
+    return desc;
 }
 
 EventSpec EventSpec::f64(std::string name, double value, uint32_t unit) {
-    EventSpec spec;
-    spec.name = std::move(name);
-    spec.valueType = kValueDouble;
-    spec.doubleValue = value;
-    spec.unit = unit;
-    return spec;
+    EventSpec desc;
+    desc.name = std::move(name);
+    desc.valueType = kValueDouble;
+    desc.doubleValue = value;
+    desc.unit = unit;
+    return desc;
 }
 
 EventSpec EventSpec::text(std::string name, std::string value, uint32_t unit) {
-    EventSpec spec;
-    spec.name = std::move(name);
-    spec.valueType = kValueString;
-    spec.stringValue = std::move(value);
-    spec.unit = unit;
-    return spec;
+    EventSpec desc;
+    desc.name = std::move(name);
+    desc.valueType = kValueString;
+    desc.stringValue = std::move(value);
+    desc.unit = unit;
+    return desc;
 }
 
 EventSpec EventSpec::object(std::string name, std::vector<uint8_t> bytes, std::string fileName) {
-    EventSpec spec;
-    spec.name = std::move(name);
-    spec.valueType = kValueBytes;
-    spec.bytesValue = std::move(bytes);
-    spec.detail = std::move(fileName);
-    spec.unit = 5;
-    return spec;
+    EventSpec desc;
+    desc.name = std::move(name);
+    desc.valueType = kValueBytes;
+    desc.bytesValue = std::move(bytes);
+    desc.detail = std::move(fileName);
+    desc.unit = 5;
+    return desc;
 }
 
-ChunkSpec& ChunkSpec::message(MessageSpec spec) {
+ChunkSpec& ChunkSpec::message(MessageSpec desc) {
     if (!messages) messages.emplace();
-    messages->push_back(std::move(spec));
+    messages->push_back(std::move(desc));
     return *this;
 }
 

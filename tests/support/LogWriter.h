@@ -136,8 +136,8 @@ struct ChunkSpec {
     std::optional<HeaderSpec> headerSpec;
     std::optional<std::vector<MessageSpec>> messages;  // absent: no message vector
 
-    ChunkSpec& header(HeaderSpec spec) { headerSpec = std::move(spec); return *this; }
-    ChunkSpec& message(MessageSpec spec);
+    ChunkSpec& header(HeaderSpec value) { headerSpec = std::move(value); return *this; }
+    ChunkSpec& message(MessageSpec value);
 };
 
 // The FlatBuffers bytes of one chunk (no length prefix).
