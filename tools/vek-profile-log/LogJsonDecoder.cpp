@@ -11,6 +11,7 @@
 #include <cstring>
 #include <vector>
 
+#include "InputFile.h"
 #include "JsonLogFormat.h"
 #include "JsonNumberText.h"
 #include "log/FlatBufferReaderUtil.h"
@@ -253,16 +254,14 @@ ConversionStatus decode(ByteSource& source, OutputSink& out) {
 }  // namespace
 
 ConversionStatus decodeLogFile(const std::string& path, OutputSink& out) {
-    const bool isStdin = path == "-";
-    std::FILE* file = isStdin ? stdin : std::fopen(path.c_str(), "rb");
-    if (file == nullptr) {
+    const InputFile input(path);
+    if (input.get() == nullptr) {
         ConversionStatus status;
-        status.error = std::string("cannot open for reading: ") + std::strerror(errno);
+        status.error = input.error();
         return status;
     }
-    FileSource source(file);
+    FileSource source(input.get());
     ConversionStatus status = decode(source, out);
-    if (!isStdin) std::fclose(file);
     return status;
 }
 

@@ -15,6 +15,7 @@
 #include <limits>
 #include <vector>
 
+#include "InputFile.h"
 #include "JsonLogFormat.h"
 #include "JsonNumberText.h"
 #include "log/FlatBufferReaderUtil.h"
@@ -620,21 +621,19 @@ ConversionStatus encodeStream(Stream& stream, OutputSink& out) {
 }  // namespace
 
 ConversionStatus encodeJsonFile(const std::string& path, OutputSink& out) {
-    const bool isStdin = path == "-";
-    std::FILE* file = isStdin ? stdin : std::fopen(path.c_str(), "rb");
-    if (file == nullptr) {
+    const InputFile input(path);
+    if (input.get() == nullptr) {
         ConversionStatus status;
-        status.error = std::string("cannot open for reading: ") + std::strerror(errno);
+        status.error = input.error();
         return status;
     }
     std::vector<char> buffer(64 * 1024);
-    rapidjson::FileReadStream stream(file, buffer.data(), buffer.size());
+    rapidjson::FileReadStream stream(input.get(), buffer.data(), buffer.size());
     ConversionStatus status = encodeStream(stream, out);
-    if (std::ferror(file)) {
+    if (std::ferror(input.get())) {
         // A read error looks like the end of the JSON to the parser.
         status.error = std::string("cannot read: ") + std::strerror(errno);
     }
-    if (!isStdin) std::fclose(file);
     return status;
 }
 
