@@ -9,6 +9,7 @@
 
 #include <cstdarg>
 #include <cstdint>
+#include <ostream>
 #include <string>
 
 #if defined(_WIN32)
@@ -66,6 +67,32 @@ VEK_PROFILING_EXPORT void registerLogger(uint64_t handle, LogCallback callback,
 // its output) instead of the chrome-trace reader. Free it with deleteReader.
 VEK_PROFILING_EXPORT IVekProfileLogReader<VisibilityLevel>* createSummaryReader(
     const std::string& logFilePath, VisibilityLevel level);
+
+// --- Reports written to streams -------------------------------------------
+// The same reports as writeOutput, written to streams the host owns (a
+// compressing stream, a temporary file renamed into place, a pipe).
+
+// The layout of a trace document.
+enum class TraceFormat : uint8_t {
+    Exact,     // the chrome-trace reader's own file, byte for byte
+    Portable,  // numeric process and thread ids, valid UTF-8, metadata events
+};
+
+// What the chrome-trace reader's writeOutput does, with the trace document
+// written to `trace` in `format` and the short summary to `summary` instead
+// of a file and standard output. `reader` must be a loaded reader made by
+// createReader. False when the log cannot be drawn (the reason is logged) or
+// when a stream failed; the summary is written only after the whole trace.
+VEK_PROFILING_EXPORT bool writeTrace(IVekProfileLogReader<VisibilityLevel>* reader,
+                                     std::ostream& trace, std::ostream& summary,
+                                     TraceFormat format);
+
+// What the base reader's writeOutput does: the full text summary to `report`
+// and, unless `csv` is null, the CSV export to `csv`. `reader` must be a loaded
+// reader made by createSummaryReader (or createReader: its backend listing
+// then shows resource labels). False when a stream failed.
+VEK_PROFILING_EXPORT bool writeSummary(IVekProfileLogReader<VisibilityLevel>* reader,
+                                       std::ostream& report, std::ostream* csv);
 
 }  // namespace profiling
 }  // namespace vek

@@ -6,7 +6,8 @@
 set -euo pipefail
 
 packages=(g++ cmake make libflatbuffers-dev flatbuffers-compiler rapidjson-dev
-          libgtest-dev libgmock-dev libbenchmark-dev binutils)
+          libgtest-dev libgmock-dev libbenchmark-dev binutils
+          libcli11-dev zlib1g-dev)
 if [ "${1:-}" = "--bench" ]; then
   packages+=(hyperfine time)
 fi

@@ -1,12 +1,12 @@
 #include <rapidjson/document.h>
 #include <rapidjson/prettywriter.h>
-#include <rapidjson/stringbuffer.h>
 
 #include <fstream>
 #include <iomanip>
 #include <iostream>
 #include <locale>
 
+#include "chrometrace/JsonOutputStream.h"
 #include "chrometrace/LintingIdentifiers.h"
 #include "chrometrace/TraceEventBuilder.h"
 #include "chrometrace/TraceText.h"
@@ -30,23 +30,16 @@ bool namesBackgroundWork(uint32_t identifier) {
 }
 
 // Writes the pretty-printed document and a newline; false when any of it
-// did not reach the file (a full device, an I/O error).
-bool writeTraceFile(std::ofstream& file, const rapidjson::Document& document) {
-    // Pretty-printed, a trace event takes about 300 characters: reserving
-    // that much spares a wide trace the buffer's repeated growth.
-    constexpr size_t kTraceEventText = 320;
-    const auto traceEvents = document.FindMember("traceEvents");
-    const size_t eventCount = traceEvents != document.MemberEnd() && traceEvents->value.IsArray()
-                                  ? traceEvents->value.Size()
-                                  : 0;
-    rapidjson::StringBuffer buffer(nullptr, 1024 + eventCount * kTraceEventText);
-    rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
-    document.Accept(writer);
-    file.write(buffer.GetString(), static_cast<std::streamsize>(buffer.GetSize()));
-    file << '\n';
-    file.flush();
-    file.close();
-    return !file.fail();
+// did not reach the stream (a full device, an I/O error).
+bool writeExactTrace(std::ostream& out, const rapidjson::Document& document) {
+    {
+        JsonOutputStream json(out);
+        rapidjson::PrettyWriter<JsonOutputStream> writer(json);
+        document.Accept(writer);
+    }
+    out << '\n';
+    out.flush();
+    return !out.fail();
 }
 
 // The backend listing of one list, its children listed one depth further.
@@ -83,6 +76,14 @@ void writeListing(std::ostream& out, EventSpan events, uint64_t depth) {
 
 VekProfileLogReaderChrometrace::~VekProfileLogReaderChrometrace() = default;
 
+void VekProfileLogReaderChrometrace::composeTraceSummary(std::ostream& summary) {
+    summary.imbue(std::locale::classic());
+    summary << std::fixed << std::setprecision(0);
+    printHeaderSection(summary);
+    printLeadingSections(summary);
+    printExecuteAverage(summary);
+}
+
 bool VekProfileLogReaderChrometrace::writeOutput(const std::string& outputPath) {
     if (outputPath.empty()) {
         vekLog(kLogError, "Output chrometraceFile not provided.");
@@ -96,16 +97,14 @@ bool VekProfileLogReaderChrometrace::writeOutput(const std::string& outputPath) 
     }
 
     TextStream summary;
-    summary.imbue(std::locale::classic());
-    summary << std::fixed << std::setprecision(0);
-    printHeaderSection(summary);
-    printLeadingSections(summary);
-    printExecuteAverage(summary);
+    composeTraceSummary(summary);
 
     rapidjson::Document document;
     document.SetObject();
     if (!buildTraceDocument(*this, document)) return false;
-    if (!writeTraceFile(file, document)) {
+    const bool written = writeExactTrace(file, document);
+    file.close();
+    if (!written || file.fail()) {
         vekLog(kLogError, "Invalid output chrometraceFile: [%s]", outputPath.c_str());
         return false;
     }
@@ -115,6 +114,34 @@ bool VekProfileLogReaderChrometrace::writeOutput(const std::string& outputPath) 
     std::cout.write(text.data(), static_cast<std::streamsize>(text.size()));
     std::cout.flush();
     return true;
+}
+
+bool VekProfileLogReaderChrometrace::writeTraceTo(std::ostream& trace, std::ostream& summary,
+                                                  TraceFormat format) {
+    TextStream summaryText;
+    composeTraceSummary(summaryText);
+    if (format == TraceFormat::Portable) {
+        vekLog(kLogError, "The portable trace format is not available in this build.");
+        return false;
+    }
+    rapidjson::Document document;
+    document.SetObject();
+    if (!buildTraceDocument(*this, document)) return false;
+    if (!writeExactTrace(trace, document)) return false;
+    const std::string_view text = summaryText.text();
+    summary.write(text.data(), static_cast<std::streamsize>(text.size()));
+    summary.flush();
+    return summary.good();
+}
+
+bool writeTrace(IVekProfileLogReader<VisibilityLevel>* reader, std::ostream& trace,
+                std::ostream& summary, TraceFormat format) {
+    auto* chrome = dynamic_cast<VekProfileLogReaderChrometrace*>(reader);
+    if (chrome == nullptr) {
+        vekLog(kLogError, "Only the chrome-trace reader writes traces.");
+        return false;
+    }
+    return chrome->writeTraceTo(trace, summary, format);
 }
 
 void VekProfileLogReaderChrometrace::writeBackendSection(std::ostream& out,

@@ -60,6 +60,10 @@ public:
     virtual void writeCsvRows(std::ostream& out, std::vector<ProfileEvent> events,
                               uint64_t messageTimestamp, const std::string& messageWord);
 
+    // What writeOutput writes, to streams: the full text summary to `report`
+    // and, unless `csv` is null, the CSV export to `csv`.
+    void writeReportTo(std::ostream& report, std::ostream* csv);
+
     // Text summary sections that the chrome-trace reader reuses.
     void printHeaderSection(std::ostream& out);
     void printLeadingSections(std::ostream& out);

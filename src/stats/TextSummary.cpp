@@ -318,6 +318,29 @@ void VekProfileLogReader::writeBackendSection(std::ostream& out,
     writeBackendLines(*this, out, events, level);
 }
 
+void VekProfileLogReader::writeReportTo(std::ostream& report, std::ostream* csv) {
+    std::ostringstream text;
+    text.imbue(std::locale::classic());
+    printHeaderSection(text);
+    if (loraAdapterUpdaterMode) {
+        writeUpdateBinarySectionSection(*this, text);
+    } else {
+        writeFullReport(*this, text);
+    }
+    TextStream csvText;
+    if (csv != nullptr) {
+        csvText.imbue(std::locale::classic());
+        csvText.reserve(expectedCsvSize(*this));
+        writeCsvExport(csvText);
+    }
+
+    report << text.str() << std::flush;
+    if (csv != nullptr) {
+        const std::string_view rows = csvText.text();
+        csv->write(rows.data(), static_cast<std::streamsize>(rows.size()));
+    }
+}
+
 bool VekProfileLogReader::writeOutput(const std::string& outputPath) {
     // The CSV export extends an existing file: every run appends its rows.
     std::ofstream csvFile;
@@ -328,30 +351,21 @@ bool VekProfileLogReader::writeOutput(const std::string& outputPath) {
             return false;
         }
     }
-
-    std::ostringstream report;
-    report.imbue(std::locale::classic());
-    printHeaderSection(report);
-    TextStream csv;
-    csv.imbue(std::locale::classic());
-    if (loraAdapterUpdaterMode) {
-        writeUpdateBinarySectionSection(*this, report);
-    } else {
-        writeFullReport(*this, report);
-    }
+    writeReportTo(std::cout, csvFile.is_open() ? &csvFile : nullptr);
     if (csvFile.is_open()) {
-        csv.reserve(expectedCsvSize(*this));
-        writeCsvExport(csv);
-    }
-
-    std::cout << report.str() << std::flush;
-    if (csvFile.is_open()) {
-        const std::string_view csvText = csv.text();
-        csvFile.write(csvText.data(), static_cast<std::streamsize>(csvText.size()));
         csvFile.close();
         if (csvFile.fail()) throw std::ios_base::failure(streamStateText(csvFile));
     }
     return true;
+}
+
+bool writeSummary(IVekProfileLogReader<VisibilityLevel>* reader, std::ostream& report,
+                  std::ostream* csv) {
+    auto* own = dynamic_cast<VekProfileLogReader*>(reader);
+    if (own == nullptr) return false;
+    own->writeReportTo(report, csv);
+    if (csv != nullptr) csv->flush();
+    return report.good() && (csv == nullptr || csv->good());
 }
 
 }  // namespace profiling

@@ -101,6 +101,28 @@ TEST(ChrometraceOutputTest, RefusedBuildEmptiesTheFileAndPrintsNothing) {
         1));
 }
 
+// Hosts that write the trace to a stream (compressed, or into a temporary
+// file) get the very bytes of the file and of the summary.
+TEST(ChrometraceOutputTest, StreamedTraceIsTheFileByteForByte) {
+    TempDir dir;
+    LintingReader chrome({graphWithOps("g0", {opRecord(OpSpec{"conv \"1\"", 10, 20, 30, 40, 5,
+                                                              {"dma", ""}, {"w"}}),
+                                              opRecord(OpSpec{"relu", 0, 7, 0, 0, 0, {}, {}})})});
+    const OutputRun file = runWriteOutput(chrome.reader, dir.file("trace.json"));
+    ASSERT_TRUE(file.result);
+    std::ostringstream trace;
+    std::ostringstream summary;
+    ASSERT_TRUE(writeTrace(&chrome.reader, trace, summary, TraceFormat::Exact));
+    EXPECT_EQ(trace.str(), readFile(dir.file("trace.json")));
+    EXPECT_EQ(summary.str(), file.stdoutText);
+
+    // Only the chrome-trace reader draws traces.
+    VekProfileLogReader plain(dir.file("none.bin"), VisibilityLevel(1));
+    std::ostringstream none;
+    EXPECT_FALSE(writeTrace(&plain, none, summary, TraceFormat::Exact));
+    EXPECT_EQ(none.str(), "");
+}
+
 ProfileEvent withUnit(ProfileEvent e, uint32_t unit) {
     e.unit = unit;
     return e;

@@ -189,7 +189,7 @@ TEST_F(OutputFaultTest, HostExitsWithOneOnEveryFailedOrShortWrite) {
         {"trace cut short", "big.bin -o trace.json", kSmallFiles, "/dev/null", false,
          "Invalid output chrometraceFile: ["},
         {"CSV cut short", "-m summary big.bin -o summary.csv", kSmallFiles, "/dev/null", false,
-         "failed"},
+         "Invalid output file: ["},
         {"object file cut short", "run.bin --save-objects -o trace.json", kSmallFiles, "/dev/null", false,
          "Invalid output fileName: [blob.bin]"},
         {"summary to a full device", "run.bin -o trace.json", "", "/dev/full", false,
@@ -213,6 +213,41 @@ TEST_F(OutputFaultTest, HostExitsWithOneOnEveryFailedOrShortWrite) {
         EXPECT_EQ(run.err.find("trace written to"), std::string::npos) << c.what;
     }
     EXPECT_EQ(readFile(dir_.file("readonly.out")), "old content");
+    // Nothing half-written stays behind: no temporary file, no cut-off CSV.
+    for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) {
+        EXPECT_NE(entry.path().filename().string().front(), '.') << entry.path();
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir_.file("summary.csv")));
+}
+
+// A run stopped by SIGINT or SIGTERM at any moment leaves either the earlier
+// file or the whole new one, never a part of it, and no temporary file.
+TEST_F(OutputFaultTest, InterruptedRunLeavesTheOldFileOrTheWholeNewOne) {
+    lintingLog(20000, 0).writeTo(dir_.file("huge.bin"));  // a trace of several MB
+    ASSERT_EQ(runHost(dir_, "huge.bin -o complete.json", "", "/dev/null").status, 0);
+    const std::string complete = readFile(dir_.file("complete.json"));
+    int interrupted = 0;
+    for (const int delayMs : {0, 2, 5, 10, 20, 40, 80, 160, 320}) {
+        for (const char* signalName : {"INT", "TERM"}) {
+            SCOPED_TRACE(std::string(signalName) + " after " + std::to_string(delayMs) + " ms");
+            {
+                std::ofstream old(dir_.file("trace.json"), std::ios::trunc);
+                old << "old content";
+            }
+            const std::string stop = "& pid=$!; sleep " + std::to_string(delayMs / 1000.0) +
+                                     "; kill -" + signalName + " $pid; wait $pid; echo $? > '" +
+                                     dir_.file("status") + "'";
+            runHost(dir_, "huge.bin -o trace.json > /dev/null 2>&1 " + stop + " #", "", "/dev/null");
+            const std::string trace = readFile(dir_.file("trace.json"));
+            EXPECT_TRUE(trace == "old content" || trace == complete) << trace.size() << " bytes";
+            if (trace == "old content") ++interrupted;
+            for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) {
+                EXPECT_NE(entry.path().filename().string().front(), '.') << entry.path();
+            }
+        }
+    }
+    // Without a single run stopped before its end, the test proved nothing.
+    EXPECT_GT(interrupted, 0);
 }
 
 }  // namespace

@@ -65,6 +65,14 @@ TEST_F(ViewerTest, TraceModeWritesTheTraceAndPrintsTheShortSummary) {
     ASSERT_TRUE(trace["traceEvents"].IsArray());
     EXPECT_EQ(trace["traceEvents"].Size(), 4u);  // Wait and op, each with its background
 
+    // A .gz name gives the same trace, compressed.
+    ASSERT_EQ(run("run.bin -o trace.json.gz").status, 0);
+    ASSERT_EQ(run("run.bin -o trace.json.gz").status, 0);  // replaced, not appended
+    EXPECT_EQ(std::system(("gzip -dc '" + dir_.file("trace.json.gz") + "' > '" +
+                           dir_.file("unzipped.json") + "'").c_str()),
+              0);
+    EXPECT_EQ(readFile(dir_.file("unzipped.json")), readFile(dir_.file("trace.json")));
+
     // Without -o the trace is named after the log, in the current directory.
     ASSERT_EQ(run("--input=run.bin").status, 0);
     EXPECT_TRUE(std::filesystem::exists(dir_.file("run.trace.json")));
@@ -158,7 +166,7 @@ TEST(ViewerOptionsTest, ParsesLongShortInlineAndPositionalForms) {
     const auto parsed = viewer::parseViewerOptions(
         {"-m", "summary", "--output=x.csv", "-v", "-3", "--log-level", "warning",
          "--save-objects", "--reader=/p.so", "log.bin"});
-    ASSERT_TRUE(parsed.options) << parsed.error;
+    ASSERT_TRUE(parsed.options) << parsed.text;
     EXPECT_EQ(parsed.options->mode, OutputMode::Summary);
     EXPECT_EQ(parsed.options->outputPath, "x.csv");
     EXPECT_EQ(parsed.options->visibilityLevel, -3);
@@ -166,7 +174,7 @@ TEST(ViewerOptionsTest, ParsesLongShortInlineAndPositionalForms) {
     EXPECT_TRUE(parsed.options->saveObjects);
     EXPECT_EQ(parsed.options->objectDirectory, "");
     EXPECT_EQ(parsed.options->readerPath, "/p.so");
-    EXPECT_EQ(parsed.options->inputPath, "log.bin");
+    EXPECT_EQ(parsed.options->logPaths, std::vector<std::string>{"log.bin"});
 
     const auto defaults = viewer::parseViewerOptions({"log.bin"});
     ASSERT_TRUE(defaults.options);

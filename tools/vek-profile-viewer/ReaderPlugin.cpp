@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 
+#include <cstdio>
+
 namespace vek {
 namespace viewer {
 namespace {
@@ -21,6 +23,12 @@ Function lookUp(void* library, const std::string& name) {
     return reinterpret_cast<Function>(dlsym(library, name.c_str()));
 }
 
+// The plug-in's own copy of a C++ function of the public header.
+template <typename Function>
+Function lookUpDeclared(void* library, Function declared) {
+    return lookUp<Function>(library, symbolNameOf(reinterpret_cast<void*>(declared)));
+}
+
 }  // namespace
 
 std::unique_ptr<ReaderPlugin> ReaderPlugin::open(const std::string& path, std::string& error) {
@@ -33,18 +41,17 @@ std::unique_ptr<ReaderPlugin> ReaderPlugin::open(const std::string& path, std::s
     }
     using CreateFn = Reader* (*)(const std::string&, profiling::VisibilityLevel);
     using DeleteFn = void (*)(Reader*);
-    using RegisterFn = void (*)(uint64_t, profiling::LogCallback, int32_t);
     plugin->createReader_ = lookUp<CreateFn>(plugin->library_, "createReader");
     plugin->deleteReader_ = lookUp<DeleteFn>(plugin->library_, "deleteReader");
     if (plugin->createReader_ == nullptr || plugin->deleteReader_ == nullptr) {
         error = "reader plug-in " + path + " has no createReader and deleteReader";
         return nullptr;
     }
-    plugin->createSummaryReader_ = lookUp<CreateFn>(
-        plugin->library_,
-        symbolNameOf(reinterpret_cast<void*>(&profiling::createSummaryReader)));
-    plugin->registerLogger_ = lookUp<RegisterFn>(
-        plugin->library_, symbolNameOf(reinterpret_cast<void*>(&profiling::registerLogger)));
+    plugin->createSummaryReader_ =
+        lookUpDeclared(plugin->library_, &profiling::createSummaryReader);
+    plugin->registerLogger_ = lookUpDeclared(plugin->library_, &profiling::registerLogger);
+    plugin->writeTrace_ = lookUpDeclared(plugin->library_, &profiling::writeTrace);
+    plugin->writeSummary_ = lookUpDeclared(plugin->library_, &profiling::writeSummary);
     return plugin;
 }
 
@@ -68,6 +75,26 @@ bool ReaderPlugin::registerLogger(uint64_t handle, profiling::LogCallback callba
     if (registerLogger_ == nullptr) return false;
     registerLogger_(handle, callback, maxLevel);
     return true;
+}
+
+namespace {
+
+bool missingOperation(const char* name) {
+    std::fprintf(stderr, "vek-profile-viewer: the reader plug-in has no %s\n", name);
+    return false;
+}
+
+}  // namespace
+
+bool ReaderPlugin::writeTrace(Reader* reader, std::ostream& trace, std::ostream& summary,
+                              profiling::TraceFormat format) const {
+    if (writeTrace_ == nullptr) return missingOperation("writeTrace");
+    return writeTrace_(reader, trace, summary, format);
+}
+
+bool ReaderPlugin::writeSummary(Reader* reader, std::ostream& report, std::ostream* csv) const {
+    if (writeSummary_ == nullptr) return missingOperation("writeSummary");
+    return writeSummary_(reader, report, csv);
 }
 
 std::string installedPluginPath() {

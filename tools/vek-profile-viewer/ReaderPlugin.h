@@ -39,6 +39,12 @@ public:
     // plug-in has no logger registration.
     bool registerLogger(uint64_t handle, profiling::LogCallback callback, int32_t maxLevel) const;
 
+    // The plug-in's reports written to streams (see the public header);
+    // false, with a message logged, when the plug-in does not offer them.
+    bool writeTrace(Reader* reader, std::ostream& trace, std::ostream& summary,
+                    profiling::TraceFormat format) const;
+    bool writeSummary(Reader* reader, std::ostream& report, std::ostream* csv) const;
+
 private:
     ReaderPlugin() = default;
 
@@ -47,6 +53,8 @@ private:
     void (*deleteReader_)(Reader*) = nullptr;
     Reader* (*createSummaryReader_)(const std::string&, profiling::VisibilityLevel) = nullptr;
     void (*registerLogger_)(uint64_t, profiling::LogCallback, int32_t) = nullptr;
+    decltype(&profiling::writeTrace) writeTrace_ = nullptr;
+    decltype(&profiling::writeSummary) writeSummary_ = nullptr;
 };
 
 // The plug-in this tool was built and installed with.

@@ -1,163 +1,184 @@
 #include "ViewerOptions.h"
 
-#include <cerrno>
-#include <cstdlib>
+#include <CLI/CLI.hpp>
+
+#include <cstring>
 #include <filesystem>
+#include <map>
+
+#include "HelpFormatter.h"
+#include "VekVersion.h"
 
 namespace vek {
 namespace viewer {
 namespace {
 
-bool parseInteger(const std::string& text, long minimum, long maximum, long& value) {
-    if (text.empty()) return false;
-    char* end = nullptr;
-    errno = 0;
-    const long parsed = std::strtol(text.c_str(), &end, 10);
-    if (errno != 0 || *end != '\0' || parsed < minimum || parsed > maximum) return false;
-    value = parsed;
-    return true;
+constexpr const char* kProgram = "vek-profile-viewer";
+
+struct ModeEntry {
+    const char* name;
+    OutputMode mode;
+    size_t logCount;          // how many logs the mode reads
+    const char* description;  // what it prints, in a user's words
+};
+
+const std::vector<ModeEntry>& modeTable() {
+    static const std::vector<ModeEntry> table = {
+        {"trace", OutputMode::Trace, 1,
+         "a timeline of every graph's average execution for trace viewers (-o, default "
+         "LOG.trace.json), and a short summary"},
+        {"summary", OutputMode::Summary, 1,
+         "every figure of the log as text: init, compose, finalize, de-init, executions "
+         "(average, min, max), library load; -o appends the CSV export of every call"},
+        {"header", OutputMode::Header, 1, "which tool wrote the log, when, for which backend"},
+    };
+    return table;
 }
 
-bool parseLogLevel(const std::string& text, int32_t& level) {
-    static const std::vector<std::string> names = {"none", "error", "warning", "info",
-                                                   "verbose", "debug"};
-    for (size_t i = 0; i < names.size(); ++i) {
-        if (text == names[i]) {
-            level = static_cast<int32_t>(i);
-            return true;
-        }
+const std::vector<std::pair<std::string, int32_t>>& logLevelNames() {
+    static const std::vector<std::pair<std::string, int32_t>> names = {
+        {"none", 0}, {"error", 1}, {"warning", 2}, {"info", 3}, {"verbose", 4}, {"debug", 5},
+        {"0", 0},    {"1", 1},     {"2", 2},       {"3", 3},    {"4", 4},       {"5", 5}};
+    return names;
+}
+
+// The program's description: what it does and what each mode prints.
+std::string description() {
+    std::string text =
+        "Turns a binary profile log into a trace, reports and views.\n\nModes (-m, --mode):";
+    constexpr size_t kNameColumn = 10;
+    for (const ModeEntry& entry : modeTable()) {
+        text += "\n  " + std::string(entry.name) +
+                std::string(kNameColumn - std::strlen(entry.name), ' ') + entry.description;
     }
-    long number = 0;
-    if (!parseInteger(text, 0, 5, number)) return false;
-    level = static_cast<int32_t>(number);
-    return true;
+    return wrapText(text, kHelpWidth, kNameColumn);
 }
 
-bool parseMode(const std::string& text, OutputMode& mode) {
-    if (text == "trace") mode = OutputMode::Trace;
-    else if (text == "summary") mode = OutputMode::Summary;
-    else if (text == "header") mode = OutputMode::Header;
-    else return false;
-    return true;
+const char* const kFooter =
+    "Exit status: 0 success, 1 the log or an output was refused (the reason is shown\n"
+    "on standard error), 2 usage error. Outputs appear whole or not at all; a name\n"
+    "ending in .gz is written gzip-compressed.\n"
+    "\n"
+    "What every figure means: docs/reading-the-reports.md";
+
+// The command line's grammar; `options` receives the values.
+// Values that CLI11 parses before they become options.
+struct RawValues {
+    std::string mode = "trace";
+    std::string inputPath;
+    std::string traceFormat = "exact";
+    int visibility = 127;
+};
+
+std::unique_ptr<CLI::App> makeApp(ViewerOptions& options, RawValues& raw) {
+    auto app = std::make_unique<CLI::App>(description(), kProgram);
+    app->formatter(std::make_shared<HelpFormatter>());
+    app->set_help_flag("-h,--help", "show this help");
+    app->set_version_flag("-V,--version", std::string(kProgram) + " " + VEK_PROFILE_VIEWER_VERSION,
+                          "show the version");
+    app->footer(kFooter);
+
+    std::vector<std::string> modeNames;
+    for (const ModeEntry& entry : modeTable()) modeNames.push_back(entry.name);
+    app->add_option("-m,--mode", raw.mode, "what to make of the log (see Modes; default trace)")
+        ->check(CLI::IsMember(modeNames))
+        ->option_text("MODE");
+    app->add_option("LOG", options.logPaths, "the profile log (diff: BASE NEW)");
+    app->add_option("-i,--input", raw.inputPath, "the profile log (instead of the argument)")
+        ->option_text("LOG");
+    app->add_option("-o,--output", options.outputPath,
+                    "the output file; trace: default LOG.trace.json in the current directory; "
+                    "summary: the CSV file to append to (default none)")
+        ->option_text("PATH");
+    app->add_option("--trace-format", raw.traceFormat,
+                    "exact: the trace as the plug-in writes it (default); portable: numeric "
+                    "ids and valid UTF-8, for every trace viewer")
+        ->check(CLI::IsMember({"exact", "portable"}))
+        ->option_text("FORMAT");
+    app->add_flag("--save-objects{}", options.objectDirectory,
+                  "also save the object events as files in DIR (default: the current "
+                  "directory); never overwrites a file")
+        ->option_text("[=DIR]");
+    app->add_option("-v,--visibility", raw.visibility,
+                    "skip messages whose visibility is >= N (-128..127; default 127: keep all)")
+        ->check(CLI::Range(-128, 127))
+        ->option_text("N");
+    std::map<std::string, int32_t> levels(logLevelNames().begin(), logLevelNames().end());
+    app->add_option("-l,--log-level", options.logLevel,
+                    "library diagnostics on standard error: none, error, warning, info, verbose, "
+                    "debug or 0..5 (default: error)")
+        ->transform(CLI::CheckedTransformer(levels))
+        ->option_text("LEVEL");
+    app->add_option("--reader", options.readerPath,
+                    "the reader plug-in to load (default: the one installed with this tool)")
+        ->option_text("PATH");
+    return app;
 }
 
-// Splits "--name=value" into name and value; a bare "--name" has no value.
-void splitLongOption(const std::string& argument, std::string& name,
-                     std::optional<std::string>& value) {
-    const size_t equals = argument.find('=');
-    name = argument.substr(0, equals);
-    if (equals != std::string::npos) value = argument.substr(equals + 1);
+const ModeEntry& modeNamed(const std::string& name) {
+    for (const ModeEntry& entry : modeTable()) {
+        if (name == entry.name) return entry;
+    }
+    return modeTable().front();
+}
+
+ParseResult usageError(const std::string& message) {
+    ParseResult result;
+    result.text = message;
+    result.exitStatus = 2;
+    return result;
 }
 
 }  // namespace
 
 ParseResult parseViewerOptions(const std::vector<std::string>& arguments) {
     ViewerOptions options;
-    std::vector<std::string> positional;
-    auto fail = [](std::string message) { return ParseResult{std::nullopt, std::move(message)}; };
-
-    for (size_t i = 0; i < arguments.size(); ++i) {
-        const std::string& argument = arguments[i];
-        if (argument == "--") {
-            positional.insert(positional.end(), arguments.begin() + static_cast<long>(i) + 1,
-                              arguments.end());
-            break;
-        }
-        if (argument.size() < 2 || argument[0] != '-') {
-            positional.push_back(argument);
-            continue;
-        }
-        std::string name;
-        std::optional<std::string> inlineValue;
-        splitLongOption(argument, name, inlineValue);
-        static const std::vector<std::pair<std::string, std::string>> shortNames = {
-            {"-i", "--input"}, {"-o", "--output"}, {"-m", "--mode"}, {"-v", "--visibility"},
-            {"-l", "--log-level"}, {"-h", "--help"}, {"-V", "--version"}};
-        for (const auto& [shortName, longName] : shortNames) {
-            if (name == shortName) name = longName;
-        }
-        // Options that take a value read it inline (--name=value) or from the next argument.
-        auto takeValue = [&](std::string& value) -> bool {
-            if (inlineValue) {
-                value = *inlineValue;
-                return true;
-            }
-            if (i + 1 >= arguments.size()) return false;
-            value = arguments[++i];
-            return true;
-        };
-        std::string value;
-        if (name == "--help") {
-            options.showHelp = true;
-        } else if (name == "--version") {
-            options.showVersion = true;
-        } else if (name == "--save-objects") {
-            options.saveObjects = true;
-            if (inlineValue) options.objectDirectory = *inlineValue;
-        } else if (name == "--input" || name == "--output" || name == "--mode" ||
-                   name == "--visibility" || name == "--log-level" || name == "--reader") {
-            if (!takeValue(value)) return fail("option " + name + " needs a value");
-            long number = 0;
-            if (name == "--input") {
-                options.inputPath = value;
-            } else if (name == "--output") {
-                options.outputPath = value;
-            } else if (name == "--reader") {
-                options.readerPath = value;
-            } else if (name == "--mode") {
-                if (!parseMode(value, options.mode)) {
-                    return fail("unknown mode '" + value + "' (trace, summary or header)");
-                }
-            } else if (name == "--visibility") {
-                if (!parseInteger(value, -128, 127, number)) {
-                    return fail("visibility level must be a number from -128 to 127");
-                }
-                options.visibilityLevel = static_cast<int8_t>(number);
-            } else if (!parseLogLevel(value, options.logLevel)) {
-                return fail("log level must be 0..5 or none, error, warning, info, verbose, debug");
-            }
-        } else {
-            return fail("unknown option " + argument);
-        }
+    RawValues raw;
+    const auto app = makeApp(options, raw);
+    // CLI11 takes the arguments last first.
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    try {
+        app->parse(reversed);
+    } catch (const CLI::CallForHelp&) {
+        ParseResult result;
+        result.text = app->help();
+        return result;
+    } catch (const CLI::CallForVersion&) {
+        ParseResult result;
+        result.text = app->version() + "\n";
+        return result;
+    } catch (const CLI::ParseError& error) {
+        return usageError(error.what());
     }
-    if (options.showHelp || options.showVersion) return ParseResult{options, ""};
-    if (options.inputPath.empty() && !positional.empty()) {
-        options.inputPath = positional.front();
-        positional.erase(positional.begin());
-    }
-    if (!positional.empty()) return fail("unexpected argument " + positional.front());
-    if (options.inputPath.empty()) return fail("no input log given");
-    return ParseResult{options, ""};
-}
 
-std::string defaultTracePath(const std::string& inputPath) {
-    return std::filesystem::path(inputPath).stem().string() + ".trace.json";
+    const ModeEntry& entry = modeNamed(raw.mode);
+    options.mode = entry.mode;
+    options.traceLayout =
+        raw.traceFormat == "portable" ? TraceLayout::Portable : TraceLayout::Exact;
+    options.visibilityLevel = static_cast<int8_t>(raw.visibility);
+    options.saveObjects = app->count("--save-objects") > 0;
+    if (!raw.inputPath.empty()) options.logPaths.insert(options.logPaths.begin(), raw.inputPath);
+    if (options.logPaths.size() < entry.logCount) {
+        return usageError(entry.logCount == 1 ? "no input log given"
+                                              : "mode " + raw.mode + " needs " +
+                                                    std::to_string(entry.logCount) + " logs");
+    }
+    if (options.logPaths.size() > entry.logCount) {
+        return usageError("unexpected argument " + options.logPaths[entry.logCount]);
+    }
+    ParseResult result;
+    result.options = options;
+    return result;
 }
 
 std::string viewerUsage() {
-    return "Usage: vek-profile-viewer [OPTIONS] LOG\n"
-           "Turns a binary profile log into a Chrome trace, a text summary or a CSV export.\n"
-           "\n"
-           "  -i, --input LOG          the profile log to read (or give it as the argument)\n"
-           "  -m, --mode MODE          trace    the trace file plus a short summary (default)\n"
-           "                           summary  the full text summary; with --output the CSV\n"
-           "                                    export is appended to that file\n"
-           "                           header   the log header alone\n"
-           "  -o, --output PATH        trace mode: the trace file (default: LOG's name with\n"
-           "                           .trace.json in the current directory);\n"
-           "                           summary mode: the CSV file to append to (default: none)\n"
-           "      --save-objects[=DIR] also save the object events as files, in DIR (default:\n"
-           "                           the current directory); never overwrites a file\n"
-           "  -v, --visibility N       skip messages whose visibility is >= N (-128..127;\n"
-           "                           default 127: keep every message)\n"
-           "  -l, --log-level LEVEL    library diagnostics on standard error: none, error,\n"
-           "                           warning, info, verbose, debug or 0..5 (default: error)\n"
-           "      --reader PATH        the reader plug-in to load (default: the one installed\n"
-           "                           with this tool)\n"
-           "  -h, --help               show this help\n"
-           "  -V, --version            show the version\n"
-           "\n"
-           "Exit status: 0 success, 1 the log or the output was refused, 2 usage error.\n";
+    ViewerOptions options;
+    RawValues raw;
+    return makeApp(options, raw)->help();
+}
+
+std::string defaultTracePath(const std::string& logPath) {
+    return std::filesystem::path(logPath).stem().string() + ".trace.json";
 }
 
 }  // namespace viewer

@@ -15,22 +15,29 @@ enum class OutputMode {
     Header,   // the log header alone
 };
 
+enum class TraceLayout {
+    Exact,     // the plug-in's own trace file, byte for byte
+    Portable,  // numeric ids, valid UTF-8, metadata: opens in every viewer
+};
+
 struct ViewerOptions {
-    std::string inputPath;
-    std::string outputPath;  // empty: the mode's default
+    std::vector<std::string> logPaths;  // the logs the mode reads, in order
+    std::string outputPath;             // empty: the mode's default
     OutputMode mode = OutputMode::Trace;
+    TraceLayout traceLayout = TraceLayout::Exact;
     int8_t visibilityLevel = 127;  // messages below this visibility are kept
     int32_t logLevel = 1;          // library diagnostics shown: 0 none .. 5 debug
     bool saveObjects = false;
     std::string objectDirectory;  // empty: the current directory
     std::string readerPath;       // empty: the plug-in installed beside the tool
-    bool showHelp = false;
-    bool showVersion = false;
 };
 
+// What the command line asks for: options to run with, or a text to print
+// and an exit status (help, version, usage error).
 struct ParseResult {
     std::optional<ViewerOptions> options;
-    std::string error;  // set when options is empty
+    std::string text;     // help or version on standard output, or the usage error
+    int exitStatus = 0;   // when options is empty: 0 (help, version) or 2 (usage error)
 };
 
 ParseResult parseViewerOptions(const std::vector<std::string>& arguments);
@@ -39,7 +46,7 @@ std::string viewerUsage();
 
 // The trace file written when no output path is given: the log's name with
 // ".trace.json", in the current directory.
-std::string defaultTracePath(const std::string& inputPath);
+std::string defaultTracePath(const std::string& logPath);
 
 }  // namespace viewer
 }  // namespace vek

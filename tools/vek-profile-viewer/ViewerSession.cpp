@@ -1,0 +1,139 @@
+#include "ViewerSession.h"
+
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+
+namespace vek {
+namespace viewer {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kProgram = "vek-profile-viewer";
+constexpr uint64_t kViewerLogHandle = 1;
+
+// The most detailed diagnostics level shown (--log-level).
+int32_t shownLevel = 1;
+// Errors the library reported, shown or not.
+int errorCount = 0;
+
+// Shows the library's diagnostics on standard error.
+void printDiagnostic(const char* format, uint32_t level, uint64_t, va_list arguments) {
+    static const char* const names[] = {"", "error", "warning", "info", "verbose", "debug"};
+    if (level <= 1) ++errorCount;
+    if (static_cast<int64_t>(level) > shownLevel) return;
+    std::fprintf(stderr, "%s: %s: ", kProgram, level <= 5 ? names[level] : "note");
+    std::vfprintf(stderr, format, arguments);
+    std::fputc('\n', stderr);
+}
+
+bool flushStandardOutput() {
+    std::cout.flush();
+    return std::cout.good() && std::fflush(stdout) == 0;
+}
+
+}  // namespace
+
+std::string absolutePath(const std::string& path) {
+    if (path.empty() || path == "-") return path;
+    std::error_code ignored;
+    const fs::path result = fs::absolute(path, ignored);
+    return result.empty() ? path : result.string();
+}
+
+int ViewerSession::fail(const std::string& message) {
+    std::cerr << kProgram << ": " << message << "\n";
+    return kExitFailure;
+}
+
+void ViewerSession::note(const std::string& message) {
+    std::cerr << kProgram << ": " << message << "\n";
+}
+
+bool ViewerSession::start() {
+    std::string error;
+    const std::string pluginPath =
+        options_.readerPath.empty() ? installedPluginPath() : options_.readerPath;
+    plugin_ = ReaderPlugin::open(pluginPath, error);
+    if (!plugin_) {
+        fail(error);
+        return false;
+    }
+    // Errors are always received, to be counted, and shown as asked.
+    shownLevel = options_.logLevel;
+    if (!plugin_->registerLogger(kViewerLogHandle, &printDiagnostic,
+                                 options_.logLevel > 1 ? options_.logLevel : 1) &&
+        options_.logLevel > 0) {
+        note("note: the reader plug-in reports no diagnostics");
+    }
+    return true;
+}
+
+ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, ReaderKind kind) {
+    const std::string path = absolutePath(logPath);
+    const auto level = static_cast<profiling::VisibilityLevel>(options_.visibilityLevel);
+    ReaderPlugin::ReaderHandle reader = kind == ReaderKind::Summary
+                                            ? plugin_->createSummaryReader(path, level)
+                                            : plugin_->createReader(path, level);
+    if (!reader) {
+        fail("the reader plug-in could not create a reader");
+        return reader;
+    }
+    auto* loadable = static_cast<LoadableReader*>(reader.get());
+    if (!loadable->loadLog(options_.saveObjects)) {
+        fail("cannot read the profile log " + logPath);
+        reader.reset();
+    }
+    return reader;
+}
+
+bool ViewerSession::writeOutputFile(const std::string& path, tools::OutputFile::Mode mode,
+                                    const std::function<bool(std::ostream&)>& write,
+                                    const std::string& refusal) {
+    std::string error;
+    std::unique_ptr<tools::OutputFile> output = tools::OutputFile::open(path, mode, error);
+    if (!output) {
+        fail(refusal + " (" + error + ")");
+        return false;
+    }
+    const bool written = write(output->stream());
+    // A refusal of the library has been reported by it; a failed stream is
+    // reported with its cause when the output is finished.
+    if (!written && output->stream().good()) {
+        fail("no output was written");
+        return false;
+    }
+    if (!output->commit(error) || !written) {
+        if (error.empty()) error = "write error";
+        fail(refusal + " (" + error + ")");
+        return false;
+    }
+    return true;
+}
+
+bool ViewerSession::printToStandardOutput(const std::string& text) {
+    std::cout << text;
+    if (flushStandardOutput()) return true;
+    fail("writing to standard output failed");
+    return false;
+}
+
+bool ViewerSession::enterObjectDirectory() {
+    if (!options_.saveObjects || options_.objectDirectory.empty()) return true;
+    std::error_code failed;
+    fs::create_directories(options_.objectDirectory, failed);
+    if (failed || chdir(options_.objectDirectory.c_str()) != 0) {
+        fail("cannot use the object directory " + options_.objectDirectory);
+        return false;
+    }
+    return true;
+}
+
+int ViewerSession::libraryErrors() const { return errorCount; }
+
+}  // namespace viewer
+}  // namespace vek

@@ -1,0 +1,74 @@
+// What every mode of vek-profile-viewer shares: the reader plug-in and its
+// diagnostics, loading a log, the output files and standard output, and how
+// a failure is reported.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "OutputFile.h"
+#include "ReaderPlugin.h"
+#include "ViewerOptions.h"
+
+namespace vek {
+namespace viewer {
+
+constexpr int kExitSuccess = 0;
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+
+class ViewerSession {
+public:
+    explicit ViewerSession(const ViewerOptions& options) : options_(options) {}
+
+    // Loads the reader plug-in and routes its diagnostics to standard error;
+    // false (after saying why) when it cannot be loaded.
+    bool start();
+
+    enum class ReaderKind {
+        Trace,    // the plug-in's own reader (createReader)
+        Summary,  // the plain reader with the full text summary
+    };
+    // A reader with `logPath` loaded; null after saying why.
+    ReaderPlugin::ReaderHandle loadLog(const std::string& logPath, ReaderKind kind);
+
+    // Writes one output file through `write`, which returns false when it
+    // refused (the library has said why); the file appears only when all of
+    // it was written. False after saying why; `refusal` starts the message
+    // when the file cannot be written at all.
+    bool writeOutputFile(const std::string& path, tools::OutputFile::Mode mode,
+                         const std::function<bool(std::ostream&)>& write,
+                         const std::string& refusal);
+
+    // Writes text to standard output; false after saying why.
+    bool printToStandardOutput(const std::string& text);
+
+    // Makes later relative object file names land in the object directory
+    // (--save-objects=DIR); false after saying why.
+    bool enterObjectDirectory();
+
+    // How many errors the library has reported so far: an object file that
+    // could not be written is reported only that way.
+    int libraryErrors() const;
+
+    // Prints "vek-profile-viewer: MESSAGE" on standard error; returns kExitFailure.
+    static int fail(const std::string& message);
+    // Prints a note on standard error.
+    static void note(const std::string& message);
+
+    const ViewerOptions& options() const { return options_; }
+    const ReaderPlugin& plugin() const { return *plugin_; }
+
+private:
+    const ViewerOptions& options_;
+    std::unique_ptr<ReaderPlugin> plugin_;
+};
+
+// A path as the user named it, made absolute (the object directory changes
+// the current directory); empty stays empty.
+std::string absolutePath(const std::string& path);
+
+}  // namespace viewer
+}  // namespace vek
