@@ -94,6 +94,13 @@ VEK_PROFILING_EXPORT bool writeTrace(IVekProfileLogReader<VisibilityLevel>* read
 VEK_PROFILING_EXPORT bool writeSummary(IVekProfileLogReader<VisibilityLevel>* reader,
                                        std::ostream& report, std::ostream* csv);
 
+// --- Portable trace: what a trace holds -----------------------------------
+// How many slices (complete events) the trace of a loaded reader holds; both
+// formats hold the same slices. A host tells its user when there are none:
+// the trace then opens as an empty timeline. 0 too when the log cannot be
+// drawn, which is logged as writeTrace logs it.
+VEK_PROFILING_EXPORT uint64_t countTraceSlices(IVekProfileLogReader<VisibilityLevel>* reader);
+
 }  // namespace profiling
 }  // namespace vek
 

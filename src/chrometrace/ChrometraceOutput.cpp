@@ -8,6 +8,7 @@
 
 #include "chrometrace/JsonOutputStream.h"
 #include "chrometrace/LintingIdentifiers.h"
+#include "chrometrace/PortableTraceWriter.h"
 #include "chrometrace/TraceEventBuilder.h"
 #include "chrometrace/TraceText.h"
 #include "csv/EventValueText.h"
@@ -121,13 +122,14 @@ bool VekProfileLogReaderChrometrace::writeTraceTo(std::ostream& trace, std::ostr
     TextStream summaryText;
     composeTraceSummary(summaryText);
     if (format == TraceFormat::Portable) {
-        vekLog(kLogError, "The portable trace format is not available in this build.");
-        return false;
+        // Streamed as it is built: the document is never held whole.
+        if (!writePortableTrace(*this, trace)) return false;
+    } else {
+        rapidjson::Document document;
+        document.SetObject();
+        if (!buildTraceDocument(*this, document)) return false;
+        if (!writeExactTrace(trace, document)) return false;
     }
-    rapidjson::Document document;
-    document.SetObject();
-    if (!buildTraceDocument(*this, document)) return false;
-    if (!writeExactTrace(trace, document)) return false;
     const std::string_view text = summaryText.text();
     summary.write(text.data(), static_cast<std::streamsize>(text.size()));
     summary.flush();

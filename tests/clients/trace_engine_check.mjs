@@ -9,6 +9,11 @@ import * as Trace from '@paulirish/trace_engine';
 import {polyfillDOMRect} from '@paulirish/trace_engine/analyze-trace.mjs';
 
 polyfillDOMRect();  // the engine expects a browser's DOMRect
+// ... and a browser's Array.prototype.toSorted, which Node has from 20 on.
+if (!Array.prototype.toSorted) {
+  Object.defineProperty(Array.prototype, 'toSorted', {
+    value(compare) { return [...this].sort(compare); }, configurable: true, writable: true});
+}
 const version = createRequire(import.meta.url)('@paulirish/trace_engine/package.json').version;
 
 async function check(path) {

@@ -78,6 +78,39 @@ TEST_F(ViewerTest, TraceModeWritesTheTraceAndPrintsTheShortSummary) {
     EXPECT_TRUE(std::filesystem::exists(dir_.file("run.trace.json")));
 }
 
+TEST_F(ViewerTest, GzipNamesGiveTheSameBytesCompressed) {
+    const struct {
+        const char* arguments;  // with OUT for the output name
+        const char* output;
+    } cases[] = {
+        {"run.bin -o OUT", "exact.json"},
+        {"run.bin --trace-format portable -o OUT", "portable.json"},
+        {"empty.bin --trace-format portable -o OUT", "empty.json"},
+        {"-m summary run.bin -o OUT", "rows.csv"},
+    };
+    LogWriter().writeTo(dir_.file("empty.bin"));
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        for (const std::string& output : {std::string(c.output), std::string(c.output) + ".gz"}) {
+            std::string arguments = c.arguments;
+            arguments.replace(arguments.find("OUT"), 3, output);
+            ASSERT_EQ(run(arguments).status, 0) << readFile(dir_.file("stderr"));
+        }
+        const std::string gz = dir_.file(std::string(c.output) + ".gz");
+        EXPECT_EQ(std::system(("gzip -t '" + gz + "'").c_str()), 0);
+        EXPECT_EQ(std::system(("zcat '" + gz + "' | cmp -s - '" + dir_.file(c.output) + "'").c_str()),
+                  0);
+    }
+    // A portable trace without slices says so in one line.
+    const std::string err = run("empty.bin --trace-format portable -o e.json").err;
+    EXPECT_NE(err.find("vek-profile-viewer: the log has no op records to draw: the trace holds "
+                       "only the names of its processes and threads\n"),
+              std::string::npos)
+        << err;
+    EXPECT_EQ(run("run.bin --trace-format portable -o p.json").err.find("no op records"),
+              std::string::npos);
+}
+
 TEST_F(ViewerTest, SummaryModePrintsTheFullReportAndAppendsTheCsv) {
     const RunResult first = run("-m summary -o out.csv run.bin");
     ASSERT_EQ(first.status, 0) << first.err;

@@ -52,6 +52,7 @@ std::unique_ptr<ReaderPlugin> ReaderPlugin::open(const std::string& path, std::s
     plugin->registerLogger_ = lookUpDeclared(plugin->library_, &profiling::registerLogger);
     plugin->writeTrace_ = lookUpDeclared(plugin->library_, &profiling::writeTrace);
     plugin->writeSummary_ = lookUpDeclared(plugin->library_, &profiling::writeSummary);
+    plugin->countTraceSlices_ = lookUpDeclared(plugin->library_, &profiling::countTraceSlices);
     return plugin;
 }
 
@@ -95,6 +96,11 @@ bool ReaderPlugin::writeTrace(Reader* reader, std::ostream& trace, std::ostream&
 bool ReaderPlugin::writeSummary(Reader* reader, std::ostream& report, std::ostream* csv) const {
     if (writeSummary_ == nullptr) return missingOperation("writeSummary");
     return writeSummary_(reader, report, csv);
+}
+
+std::optional<uint64_t> ReaderPlugin::countTraceSlices(Reader* reader) const {
+    if (countTraceSlices_ == nullptr) return std::nullopt;
+    return countTraceSlices_(reader);
 }
 
 std::string installedPluginPath() {

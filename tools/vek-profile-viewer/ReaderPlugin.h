@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "VekChrometraceProfilingReader.h"
@@ -44,6 +45,9 @@ public:
     bool writeTrace(Reader* reader, std::ostream& trace, std::ostream& summary,
                     profiling::TraceFormat format) const;
     bool writeSummary(Reader* reader, std::ostream& report, std::ostream* csv) const;
+    // How many slices the reader's trace holds; empty when the plug-in
+    // cannot tell.
+    std::optional<uint64_t> countTraceSlices(Reader* reader) const;
 
 private:
     ReaderPlugin() = default;
@@ -55,6 +59,7 @@ private:
     void (*registerLogger_)(uint64_t, profiling::LogCallback, int32_t) = nullptr;
     decltype(&profiling::writeTrace) writeTrace_ = nullptr;
     decltype(&profiling::writeSummary) writeSummary_ = nullptr;
+    decltype(&profiling::countTraceSlices) countTraceSlices_ = nullptr;
 };
 
 // The plug-in this tool was built and installed with.

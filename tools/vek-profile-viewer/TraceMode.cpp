@@ -31,8 +31,16 @@ int runTraceMode(ViewerSession& session) {
     if (session.libraryErrors() != errorsBefore) {
         return ViewerSession::fail("some of the output could not be written");
     }
+    if (format == profiling::TraceFormat::Portable &&
+        session.plugin().countTraceSlices(reader.get()) == uint64_t{0}) {
+        ViewerSession::note("the log has no op records to draw: the trace holds only the names "
+                            "of its processes and threads");
+    }
     ViewerSession::note("trace written to " + outputPath +
-                        " (open it in Perfetto or chrome://tracing)");
+                        (format == profiling::TraceFormat::Portable
+                             ? " (open it in Perfetto, chrome://tracing, the DevTools Performance "
+                               "panel or speedscope)"
+                             : " (open it in Perfetto or chrome://tracing)"));
     return kExitSuccess;
 }
 
