@@ -1,6 +1,6 @@
 // Micro-benchmarks of the reader's stages on one generated linting log:
-// verification, loading into the model, statistics, trace build and write,
-// text summary and CSV export.
+// verification, loading into the model, statistics, trace build and write
+// (exact and portable), text summary and CSV export.
 //
 //   vek-bench-stages [--log=LOG] [benchmark options]
 // Without --log a 10 MB log (2 graphs x 54 executions x 200 ops) is generated
@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "LargeLog.h"
+#include "chrometrace/PortableTraceWriter.h"
 #include "chrometrace/TraceEventBuilder.h"
 #include "log/FlatBufferReaderUtil.h"
 #include "reader/VekProfileLogReaderChrometrace.h"
@@ -137,6 +138,17 @@ void BM_TraceBuildAndWrite(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_TraceBuildAndWrite)->Unit(benchmark::kMillisecond);
+
+// The portable trace, written as it is built into memory as well.
+void BM_PortableTraceWrite(benchmark::State& state) {
+    auto reader = loadedReader<VekProfileLogReaderChrometrace>();
+    for (auto _ : state) {
+        std::ostringstream out;
+        benchmark::DoNotOptimize(vek::profiling::writePortableTrace(*reader, out));
+        benchmark::DoNotOptimize(out.tellp());
+    }
+}
+BENCHMARK(BM_PortableTraceWrite)->Unit(benchmark::kMillisecond);
 
 // The short summary that the main job prints beside the trace.
 void BM_ShortSummary(benchmark::State& state) {

@@ -98,6 +98,14 @@ for log in $logs; do
     # The CSV export appends, so every run starts without the file.
     hyperfine_args+=(-n "summary $log" --prepare "rm -f $build/out/summary-$log.csv"
                      "$viewer $path -m summary -o $build/out/summary-$log.csv")
+    # The other trace format and the compressed outputs, beside the same runs.
+    hyperfine_args+=(-n "portable $log" --prepare true
+                     "$viewer $path --trace-format portable -o $build/out/portable-$log.json")
+    hyperfine_args+=(-n "main.gz $log" --prepare true "$viewer $path -o $build/out/trace-$log.json.gz")
+    hyperfine_args+=(-n "portable.gz $log" --prepare true
+                     "$viewer $path --trace-format portable -o $build/out/portable-$log.json.gz")
+    hyperfine_args+=(-n "summary.gz $log" --prepare "rm -f $build/out/summary-$log.csv.gz"
+                     "$viewer $path -m summary -o $build/out/summary-$log.csv.gz")
   fi
 done
 hyperfine "${hyperfine_args[@]}" > "$build/out/hyperfine.txt"
@@ -146,6 +154,33 @@ table="$build/out/bench-table.md"
              time_target == "-" ? "-" : "<= " time_target "x", peak * 1024 / 1e6, peak * 1024 / size }'
     fi
   done
+
+  # What the trace format and gzip cost, on the log of the full summary. CPU
+  # time (user + system, means) moves less than wall time when other work
+  # shares the machine.
+  echo
+  echo "Outputs of the $summary_log log, each against its plain counterpart in the same run:"
+  echo
+  echo "| output | median | CPU time | against | ratio (median) | ratio (CPU) | target | file size |"
+  echo "|---|---:|---:|---|---:|---:|---:|---:|"
+  out="$build/out"
+  output_row() {  # name, command, file, baseline name, baseline command, target
+    awk -F, -v name="$1" -v command="$2 $summary_log" -v size="$(stat -c %s "$3")" \
+        -v base="$4" -v baseline="$5 $summary_log" -v target="$6" '
+      NR > 1 && $1 == command { t = $4; cpu = $5 + $6 }
+      NR > 1 && $1 == baseline { b = $4; bcpu = $5 + $6 }
+      END { printf "| %s | %.0f ms | %.0f ms | %s | %.2fx | %.2fx | %s | %.2f MB |\n", name,
+              t * 1000, cpu * 1000, base, t / b, cpu / bcpu, target, size / 1e6 }' \
+      "$build/out/times.csv"
+  }
+  output_row "exact trace" main "$out/trace-$summary_log.json" "exact trace" main "-"
+  output_row "portable trace" portable "$out/portable-$summary_log.json" "exact trace" main "<= 1.05x"
+  output_row "exact trace .gz" main.gz "$out/trace-$summary_log.json.gz" "exact trace" main "<= 1.3x"
+  output_row "portable trace .gz" portable.gz "$out/portable-$summary_log.json.gz" \
+    "portable trace" portable "<= 1.3x"
+  output_row "summary + CSV" summary "$out/summary-$summary_log.csv" "summary + CSV" summary "-"
+  output_row "summary + CSV .gz" summary.gz "$out/summary-$summary_log.csv.gz" "summary + CSV" \
+    summary "<= 1.3x"
 } > "$table"
 cat "$table"
 
@@ -160,4 +195,4 @@ fi
 if [ "$keep_logs" = 0 ]; then
   rm -f "$(log_path 1gb)"
 fi
-rm -f "$build"/out/summary-*.csv
+rm -f "$build"/out/summary-*.csv "$build"/out/summary-*.csv.gz

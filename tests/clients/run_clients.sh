@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The trace clients' test (CTest "trace_clients"): the portable traces of the
-# bundled sample, of a log without executions and of a generated log of
-# 100,000 slices, each opened by the DevTools trace engine, by speedscope in
+# bundled sample (also gzip-compressed), of a log without executions and of a
+# generated log of 100,000 slices, each opened by the DevTools trace engine, by speedscope in
 # headless Chromium and by a strict JSON reader.
 #
 #   run_clients.sh VIEWER SAMPLE_LOG LOG_GENERATOR WORK_DIR
@@ -38,6 +38,9 @@ for log in sample no-executions wide; do
   "$viewer" --trace-format portable -o "$work/$log.json" "$work/$log.log" > /dev/null
   traces+=("$work/$log.json")
 done
+# Viewers open compressed traces as they are.
+"$viewer" --trace-format portable -o "$work/sample.json.gz" "$work/sample.log" > /dev/null
+traces+=("$work/sample.json.gz")
 
 failed=0
 started=$(date +%s%N)

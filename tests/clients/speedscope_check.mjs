@@ -4,10 +4,11 @@
 // slices becomes a profile whose flame chart draws (coloured pixels on a
 // screenshot). A trace without slices must be reported as empty, not refused.
 //
-//   node speedscope_check.mjs [--screenshots DIR] TRACE.json...
+//   node speedscope_check.mjs [--screenshots DIR] TRACE.json[.gz]...
 import fs from 'node:fs';
 import {createRequire} from 'node:module';
 import path from 'node:path';
+import zlib from 'node:zlib';
 import {Chromium} from './chromium.mjs';
 import {colouredPixels, decodePng} from './png_pixels.mjs';
 
@@ -44,7 +45,9 @@ function expectedProfiles(trace) {
 }
 
 async function check(page, file, screenshots) {
-  const trace = JSON.parse(fs.readFileSync(file, 'utf8'));
+  const bytes = fs.readFileSync(file);
+  // speedscope opens .json.gz files as they are; so does this check.
+  const trace = JSON.parse((file.endsWith('.gz') ? zlib.gunzipSync(bytes) : bytes).toString('utf8'));
   const expected = expectedProfiles(trace);
   const errors = [];
   const dialogs = [];

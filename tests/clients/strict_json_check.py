@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
 """Reads traces as the strictest JSON reader would.
 
-   python3 strict_json_check.py TRACE.json...
+   python3 strict_json_check.py TRACE.json[.gz]...
 
 The file must be UTF-8 as it stands, every string (keys included, after
 its escapes are undone) must encode to UTF-8, every number must be an
 integer (no fraction, exponent, NaN or Infinity), no object may repeat a
 key, and the document must be an object with a "traceEvents" array.
 """
+import gzip
 import json
 import sys
 
@@ -47,7 +48,7 @@ def check_strings(value, counts):
 
 
 def check(path):
-    with open(path, "rb") as file:
+    with (gzip.open if path.endswith(".gz") else open)(path, "rb") as file:
         text = file.read().decode("utf-8")
     document = json.loads(text, parse_float=refuse_number, parse_constant=refuse_number,
                           object_pairs_hook=unique_keys)

@@ -2,9 +2,10 @@
 // model) and checks that every slice ("ph": "X") made it into its thread's
 // tree: the engine leaves out a slice that overlaps another of its thread.
 //
-//   node trace_engine_check.mjs TRACE.json...
+//   node trace_engine_check.mjs TRACE.json[.gz]...
 import fs from 'node:fs';
 import {createRequire} from 'node:module';
+import zlib from 'node:zlib';
 import * as Trace from '@paulirish/trace_engine';
 import {polyfillDOMRect} from '@paulirish/trace_engine/analyze-trace.mjs';
 
@@ -17,7 +18,10 @@ if (!Array.prototype.toSorted) {
 const version = createRequire(import.meta.url)('@paulirish/trace_engine/package.json').version;
 
 async function check(path) {
-  const events = JSON.parse(fs.readFileSync(path, 'utf8')).traceEvents;
+  const bytes = fs.readFileSync(path);
+  // The Performance panel opens .json.gz files as well.
+  const text = (path.endsWith('.gz') ? zlib.gunzipSync(bytes) : bytes).toString('utf8');
+  const events = JSON.parse(text).traceEvents;
   const slices = events.filter((event) => event.ph === 'X');
   const model = Trace.TraceModel.Model.createWithAllHandlers();
   const started = performance.now();
