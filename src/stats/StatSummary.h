@@ -21,6 +21,9 @@ struct GraphSummary {
     uint64_t netRunUs = 0;
     uint64_t auxValue = 0;
     std::vector<ProfileEvent> events;
+    // How many of the graph's calls the summary was taken over (zero-length
+    // ones included), so that views need not keep the calls themselves.
+    uint64_t callCount = 0;
 };
 
 // One queue-wait payload per execution of a graph, in log order.

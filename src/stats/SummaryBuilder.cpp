@@ -11,8 +11,9 @@ namespace vek {
 namespace profiling {
 namespace {
 
-GraphSummary withGraphName(const std::string& graphName, StatSummary&& summary) {
-    return GraphSummary{graphName, summary.netRunUs, summary.auxValue, std::move(summary.events)};
+GraphSummary withGraphName(const GraphSamples& graph, StatSummary&& summary) {
+    return GraphSummary{graph.graphName, summary.netRunUs, summary.auxValue,
+                        std::move(summary.events), graph.samples.size()};
 }
 
 // True when the running averages account for every sample of every graph, in
@@ -39,14 +40,14 @@ SummaryLists summarize(const std::vector<GraphSamples>& graphs,
     for (size_t i = 0; i < graphs.size(); ++i) {
         const GraphSamples& graph = graphs[i];
         StatSummary average = running ? runningAverages[i].finish() : averageOf(graph.samples);
-        lists.average.push_back(withGraphName(graph.graphName, std::move(average)));
+        lists.average.push_back(withGraphName(graph, std::move(average)));
     }
     runningAverages.clear();
     for (const GraphSamples& graph : graphs) {
-        lists.maximum.push_back(withGraphName(graph.graphName, maximumOf(graph.samples)));
+        lists.maximum.push_back(withGraphName(graph, maximumOf(graph.samples)));
     }
     for (const GraphSamples& graph : graphs) {
-        lists.minimum.push_back(withGraphName(graph.graphName, minimumOf(graph.samples)));
+        lists.minimum.push_back(withGraphName(graph, minimumOf(graph.samples)));
     }
     return lists;
 }

@@ -21,11 +21,12 @@ const std::string kDiagnostic =
     "Multiple queue-wait time events found per execution. Cannot calculate Host Round-Trip "
     "excluding queue wait";
 
-// "name=netRunUs" per graph, in list order.
+// "name=netRunUs/callCount" per graph, in list order.
 std::string figures(const std::vector<GraphSummary>& list) {
     std::string text;
     for (const GraphSummary& graph : list) {
-        text += graph.graphName + "=" + std::to_string(graph.netRunUs) + " ";
+        text += graph.graphName + "=" + std::to_string(graph.netRunUs) + "/" +
+                std::to_string(graph.callCount) + " ";
     }
     return text;
 }
@@ -50,10 +51,10 @@ TEST(SummaryBuilderTest, ListsKeepTheGraphOrderAndAGraphWithoutCallsGetsZeros) {
     reader.executions = {{"zeta", {sample(0), sample(100), sample(300)}}, {"alpha", {}}};
     reader.finalizeAfterUpdates = {{"fin", {sample(7)}}, {"fin2", {sample(9), sample(5)}}};
     reader.buildStatistics();
-    EXPECT_EQ(figures(reader.executeStats.average), "zeta=200 alpha=0 ");
-    EXPECT_EQ(figures(reader.executeStats.maximum), "zeta=300 alpha=0 ");
-    EXPECT_EQ(figures(reader.executeStats.minimum), "zeta=100 alpha=0 ");
-    EXPECT_EQ(figures(reader.finalizeAfterUpdatesStats.minimum), "fin=7 fin2=5 ");
+    EXPECT_EQ(figures(reader.executeStats.average), "zeta=200/3 alpha=0/0 ");
+    EXPECT_EQ(figures(reader.executeStats.maximum), "zeta=300/3 alpha=0/0 ");
+    EXPECT_EQ(figures(reader.executeStats.minimum), "zeta=100/3 alpha=0/0 ");
+    EXPECT_EQ(figures(reader.finalizeAfterUpdatesStats.minimum), "fin=7/1 fin2=5/2 ");
     // Without host round-trips no queue waits are looked for.
     EXPECT_TRUE(reader.averageQueueWaits.empty() && reader.maximumQueueWaits.empty() &&
                 reader.minimumQueueWaits.empty());
