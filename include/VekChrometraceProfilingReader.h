@@ -8,9 +8,12 @@
 #define VEK_CHROMETRACE_PROFILING_READER_H
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #if defined(_WIN32)
 #define VEK_PROFILING_EXPORT __declspec(dllexport)
@@ -100,6 +103,116 @@ VEK_PROFILING_EXPORT bool writeSummary(IVekProfileLogReader<VisibilityLevel>* re
 // the trace then opens as an empty timeline. 0 too when the log cannot be
 // drawn, which is logged as writeTrace logs it.
 VEK_PROFILING_EXPORT uint64_t countTraceSlices(IVekProfileLogReader<VisibilityLevel>* reader);
+
+// --- Op views: which ops cost the most (top), what changed (diff) ---
+//
+// The figures come from the per-graph summaries that loading computes; the
+// executions themselves are never read again. Op times are the payloads of
+// the op records (identifier 404, children of an execution's top-level
+// events), taken as microseconds as the trace takes them.
+
+// One op record of a graph's average execution.
+struct OpFigures {
+    std::string name;
+    uint64_t averageUs = 0;
+    // The op's time in the fastest and in the slowest execution (the minimum
+    // and maximum summaries keep only those two executions), found by name:
+    // the first op of the same name. Absent when that execution has none.
+    std::optional<uint64_t> minimumUs;
+    std::optional<uint64_t> maximumUs;
+    // Its wait (5001), background (5002) and wait-background (5003) times
+    // and resource mask (5004), when the record has them.
+    std::optional<uint64_t> waitUs;
+    std::optional<uint64_t> backgroundUs;
+    std::optional<uint64_t> waitBackgroundUs;
+    std::optional<uint64_t> resourceMask;
+};
+
+// One graph: its NetRun figures and its ops in execution order.
+struct GraphFigures {
+    std::string graphName;
+    uint64_t executionCount = 0;
+    uint64_t netRunAverageUs = 0;
+    // Absent when every execution took 0 us.
+    std::optional<uint64_t> netRunMinimumUs;
+    uint64_t netRunMaximumUs = 0;
+    // The graph's accelerator time: the average of the top-level events that
+    // hold its ops, summed (the ops' share is taken of it).
+    uint64_t acceleratorUs = 0;
+    std::vector<OpFigures> ops;
+};
+
+struct LogFigures {
+    std::string logPath;
+    std::vector<GraphFigures> graphs;
+};
+
+// The figures of a loaded reader made by this library; false for another
+// reader. Read them after loadLog.
+VEK_PROFILING_EXPORT bool collectLogFigures(IVekProfileLogReader<VisibilityLevel>* reader,
+                                            LogFigures& figures);
+
+enum class ChangeKind { Matched, Added, Removed };
+
+// An op or graph on both sides (Matched) or on one only. On the missing side
+// the time is 0; the percentage needs a non-zero base.
+struct OpChange {
+    std::string name;
+    ChangeKind kind = ChangeKind::Matched;
+    uint64_t baseUs = 0;
+    uint64_t newUs = 0;
+    int64_t deltaUs = 0;  // new - base, held within the int64 range
+    std::optional<double> percent;
+};
+
+struct GraphChange {
+    std::string graphName;
+    ChangeKind kind = ChangeKind::Matched;
+    // NetRun averages.
+    uint64_t baseUs = 0;
+    uint64_t newUs = 0;
+    int64_t deltaUs = 0;
+    std::optional<double> percent;
+    // By decreasing absolute delta; equal deltas keep the base's op order,
+    // added ops after it in the new log's order.
+    std::vector<OpChange> ops;
+};
+
+struct LogDiff {
+    std::string baseLogPath;
+    std::string newLogPath;
+    // The base's graphs in its order, then the graphs only the new log has.
+    std::vector<GraphChange> graphs;
+};
+
+// Graphs are matched by name; within a graph the n-th op of a name matches
+// the n-th op of that name on the other side.
+VEK_PROFILING_EXPORT LogDiff compareLogFigures(const LogFigures& base, const LogFigures& changed);
+
+// The graphs on both sides whose NetRun average grew by more than `percent`.
+VEK_PROFILING_EXPORT std::vector<std::string> graphsSlowerBy(const LogDiff& diff, double percent);
+
+enum class ViewFormat { Text, Csv, Json };
+enum class TopOrder { Average, Maximum, Wait, Name };
+
+struct TopViewOptions {
+    size_t limit = 20;                // ops per graph; 0: all
+    std::vector<std::string> graphs;  // empty: every graph
+    TopOrder order = TopOrder::Average;
+    ViewFormat format = ViewFormat::Text;
+};
+
+struct DiffViewOptions {
+    double thresholdPercent = 0.0;  // ops that changed by less are left out
+    ViewFormat format = ViewFormat::Text;
+};
+
+// Writes the view; false when the stream fails.
+VEK_PROFILING_EXPORT bool writeTopView(const LogFigures& figures, const TopViewOptions& options,
+                                       std::ostream& out);
+VEK_PROFILING_EXPORT bool writeDiffView(const LogDiff& diff, const DiffViewOptions& options,
+                                        std::ostream& out);
+// --- end of op views ---
 
 }  // namespace profiling
 }  // namespace vek

@@ -1,0 +1,26 @@
+// Text from the log is bytes: names may hold invalid UTF-8 and control
+// characters. Every view passes it through here before showing it.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace vek {
+namespace profiling {
+
+// The text with every byte that does not start a well-formed UTF-8 sequence
+// replaced by U+FFFD (so overlong forms, surrogates and cut-short sequences
+// each show as replacement characters).
+std::string validUtf8(std::string_view text);
+
+// validUtf8, with control characters written as escapes (\n, \t, \x01, ...)
+// so that the text stays on one line of a terminal.
+std::string printableText(std::string_view text);
+
+// The number of code points of well-formed UTF-8: the columns it takes on a
+// terminal, wide characters aside.
+size_t displayWidth(std::string_view utf8);
+
+}  // namespace profiling
+}  // namespace vek
