@@ -194,6 +194,75 @@ TEST_F(ViewerTest, LogLevelControlsTheDiagnosticsShown) {
               std::string::npos);
 }
 
+// A log of graph g0 whose execution took `netRun` us, with one op record,
+// and of graph g1 when asked.
+void writeRunLog(const std::string& path, uint64_t netRun, bool secondGraph = false) {
+    LogWriter log;
+    ChunkSpec& chunk = log.chunk();
+    for (const char* graph : {"g0", "g1"}) {
+        if (std::string(graph) == "g1" && !secondGraph) break;
+        chunk.message(MessageSpec(kExecute).graph(graph).times(100, 100 + netRun).withEvents({
+            EventSpec::u64("Accelerator", netRun - 10).withChildren({
+                EventSpec::u64("conv", netRun / 2, 1, 404)})}));
+    }
+    log.writeTo(path);
+}
+
+TEST_F(ViewerTest, DiffExitsWithThreeWhenAGraphGotSlowerThanAllowed) {
+    writeRunLog(dir_.file("base.bin"), 250);
+    writeRunLog(dir_.file("new.bin"), 300, true);  // g0 20 % slower, g1 added
+    const struct {
+        const char* options;
+        int status;
+    } cases[] = {{"", 0}, {"--fail-above 10", 3}, {"--fail-above 19.9", 3},
+                 {"--fail-above 20", 0}, {"--fail-above 10 --threshold 50", 3}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.options);
+        const RunResult result = run(std::string("-m diff base.bin new.bin ") + c.options);
+        EXPECT_EQ(result.status, c.status) << result.err;
+        EXPECT_NE(result.out.find("Graph g1 (added)"), std::string::npos);
+        EXPECT_EQ(result.err.find("graph g0: NetRun average slower") != std::string::npos,
+                  c.status == 3);
+    }
+    ASSERT_EQ(run("-m diff --format json -o diff.json base.bin new.bin").status, 0);
+    rapidjson::Document diff;
+    diff.Parse(readFile(dir_.file("diff.json")).c_str());
+    ASSERT_FALSE(diff.HasParseError());
+    EXPECT_EQ(diff["graphs"][0]["netrun_delta_us"].GetInt64(), 50);
+    EXPECT_STREQ(diff["graphs"][1]["status"].GetString(), "added");
+}
+
+TEST_F(ViewerTest, TopAndDiffRefuseLogsWithoutOpRecordsAndCorruptOnes) {
+    LogWriter noOps;
+    noOps.chunk().message(MessageSpec(kExecute).graph("g0").times(0, 9).withEvents({
+        EventSpec::u64("Accelerator", 8)}));
+    noOps.writeTo(dir_.file("noops.bin"));
+    LogWriter corrupt;
+    corrupt.rawChunk(std::vector<uint8_t>(16, 0xff));
+    corrupt.writeTo(dir_.file("corrupt.bin"));
+    const struct {
+        const char* arguments;
+        int status;
+        const char* message;
+    } cases[] = {
+        {"-m top noops.bin", 1, "no op records in noops.bin"},
+        {"-m diff run.bin noops.bin", 1, "no op records in noops.bin"},
+        {"-m top corrupt.bin", 1, "Corrupted flatbuffer binary stream"},
+        {"-m diff corrupt.bin run.bin", 1, "Corrupted flatbuffer binary stream"},
+        {"-m top --graph g9 run.bin", 1, "no graph g9 in run.bin"},
+        {"-m diff run.bin", 2, "mode diff needs 2 logs"},
+        {"-m top --threshold 3 run.bin", 2, "--threshold does not apply to mode top"},
+        {"-m top --sort size run.bin", 2, "--sort"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        const RunResult result = run(c.arguments);
+        EXPECT_EQ(result.status, c.status);
+        EXPECT_NE(result.err.find(c.message), std::string::npos) << result.err;
+        EXPECT_EQ(result.out, "");
+    }
+}
+
 TEST(ViewerOptionsTest, ParsesLongShortInlineAndPositionalForms) {
     using viewer::OutputMode;
     const auto parsed = viewer::parseViewerOptions(
@@ -214,6 +283,17 @@ TEST(ViewerOptionsTest, ParsesLongShortInlineAndPositionalForms) {
     EXPECT_EQ(defaults.options->mode, OutputMode::Trace);
     EXPECT_EQ(defaults.options->visibilityLevel, 127);
     EXPECT_EQ(defaults.options->logLevel, 1);
+
+    // The views' options; --graph takes one name at a time.
+    const auto top = viewer::parseViewerOptions({"-m", "top", "--graph", "g1", "--graph", "g2",
+                                                 "log.bin", "--limit", "0", "--sort", "wait",
+                                                 "--format", "json"});
+    ASSERT_TRUE(top.options) << top.text;
+    EXPECT_EQ(top.options->view.graphs, (std::vector<std::string>{"g1", "g2"}));
+    EXPECT_EQ(top.options->view.limit, 0u);
+    EXPECT_EQ(top.options->view.order, TopOrder::Wait);
+    EXPECT_EQ(top.options->view.format, ViewFormat::Json);
+    EXPECT_EQ(top.options->logPaths, std::vector<std::string>{"log.bin"});
 
     EXPECT_FALSE(viewer::parseViewerOptions({"a.bin", "b.bin"}).options);
     EXPECT_FALSE(viewer::parseViewerOptions({"a.bin", "--log-level", "6"}).options);

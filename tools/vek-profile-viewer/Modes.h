@@ -10,6 +10,11 @@ namespace viewer {
 int runTraceMode(ViewerSession& session);
 int runSummaryMode(ViewerSession& session);
 int runHeaderMode(ViewerSession& session);
+int runTopMode(ViewerSession& session);
+// Exit status 3 when --fail-above finds a graph that got slower.
+int runDiffMode(ViewerSession& session);
+
+constexpr int kExitSlower = 3;
 
 }  // namespace viewer
 }  // namespace vek

@@ -53,6 +53,11 @@ std::unique_ptr<ReaderPlugin> ReaderPlugin::open(const std::string& path, std::s
     plugin->writeTrace_ = lookUpDeclared(plugin->library_, &profiling::writeTrace);
     plugin->writeSummary_ = lookUpDeclared(plugin->library_, &profiling::writeSummary);
     plugin->countTraceSlices_ = lookUpDeclared(plugin->library_, &profiling::countTraceSlices);
+    plugin->collectLogFigures_ = lookUpDeclared(plugin->library_, &profiling::collectLogFigures);
+    plugin->compareLogFigures_ = lookUpDeclared(plugin->library_, &profiling::compareLogFigures);
+    plugin->graphsSlowerBy_ = lookUpDeclared(plugin->library_, &profiling::graphsSlowerBy);
+    plugin->writeTopView_ = lookUpDeclared(plugin->library_, &profiling::writeTopView);
+    plugin->writeDiffView_ = lookUpDeclared(plugin->library_, &profiling::writeDiffView);
     return plugin;
 }
 
@@ -101,6 +106,39 @@ bool ReaderPlugin::writeSummary(Reader* reader, std::ostream& report, std::ostre
 std::optional<uint64_t> ReaderPlugin::countTraceSlices(Reader* reader) const {
     if (countTraceSlices_ == nullptr) return std::nullopt;
     return countTraceSlices_(reader);
+}
+
+bool ReaderPlugin::collectLogFigures(Reader* reader, profiling::LogFigures& figures) const {
+    if (collectLogFigures_ == nullptr) return missingOperation("collectLogFigures");
+    return collectLogFigures_(reader, figures);
+}
+
+bool ReaderPlugin::compareLogFigures(const profiling::LogFigures& base,
+                                     const profiling::LogFigures& changed,
+                                     profiling::LogDiff& diff) const {
+    if (compareLogFigures_ == nullptr) return missingOperation("compareLogFigures");
+    diff = compareLogFigures_(base, changed);
+    return true;
+}
+
+bool ReaderPlugin::graphsSlowerBy(const profiling::LogDiff& diff, double percent,
+                                  std::vector<std::string>& graphs) const {
+    if (graphsSlowerBy_ == nullptr) return missingOperation("graphsSlowerBy");
+    graphs = graphsSlowerBy_(diff, percent);
+    return true;
+}
+
+bool ReaderPlugin::writeTopView(const profiling::LogFigures& figures,
+                                const profiling::TopViewOptions& options, std::ostream& out) const {
+    if (writeTopView_ == nullptr) return missingOperation("writeTopView");
+    return writeTopView_(figures, options, out);
+}
+
+bool ReaderPlugin::writeDiffView(const profiling::LogDiff& diff,
+                                 const profiling::DiffViewOptions& options,
+                                 std::ostream& out) const {
+    if (writeDiffView_ == nullptr) return missingOperation("writeDiffView");
+    return writeDiffView_(diff, options, out);
 }
 
 std::string installedPluginPath() {

@@ -4,7 +4,9 @@
 
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
+#include <vector>
 
 #include "VekChrometraceProfilingReader.h"
 
@@ -49,6 +51,18 @@ public:
     // cannot tell.
     std::optional<uint64_t> countTraceSlices(Reader* reader) const;
 
+    // The op views (see the public header); false, with a message, when the
+    // plug-in does not offer them.
+    bool collectLogFigures(Reader* reader, profiling::LogFigures& figures) const;
+    bool compareLogFigures(const profiling::LogFigures& base, const profiling::LogFigures& changed,
+                           profiling::LogDiff& diff) const;
+    bool graphsSlowerBy(const profiling::LogDiff& diff, double percent,
+                        std::vector<std::string>& graphs) const;
+    bool writeTopView(const profiling::LogFigures& figures,
+                      const profiling::TopViewOptions& options, std::ostream& out) const;
+    bool writeDiffView(const profiling::LogDiff& diff, const profiling::DiffViewOptions& options,
+                       std::ostream& out) const;
+
 private:
     ReaderPlugin() = default;
 
@@ -60,6 +74,11 @@ private:
     decltype(&profiling::writeTrace) writeTrace_ = nullptr;
     decltype(&profiling::writeSummary) writeSummary_ = nullptr;
     decltype(&profiling::countTraceSlices) countTraceSlices_ = nullptr;
+    decltype(&profiling::collectLogFigures) collectLogFigures_ = nullptr;
+    decltype(&profiling::compareLogFigures) compareLogFigures_ = nullptr;
+    decltype(&profiling::graphsSlowerBy) graphsSlowerBy_ = nullptr;
+    decltype(&profiling::writeTopView) writeTopView_ = nullptr;
+    decltype(&profiling::writeDiffView) writeDiffView_ = nullptr;
 };
 
 // The plug-in this tool was built and installed with.

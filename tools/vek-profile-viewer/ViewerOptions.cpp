@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -31,6 +32,10 @@ const std::vector<ModeEntry>& modeTable() {
          "every figure of the log as text: init, compose, finalize, de-init, executions "
          "(average, min, max), library load; -o appends the CSV export of every call"},
         {"header", OutputMode::Header, 1, "which tool wrote the log, when, for which backend"},
+        {"top", OutputMode::Top, 1,
+         "per graph, the ops ranked by time, with their share of the accelerator time"},
+        {"diff", OutputMode::Diff, 2,
+         "BASE NEW: per graph, the NetRun average before and after and the ops that changed"},
     };
     return table;
 }
@@ -56,8 +61,9 @@ std::string description() {
 
 const char* const kFooter =
     "Exit status: 0 success, 1 the log or an output was refused (the reason is shown\n"
-    "on standard error), 2 usage error. Outputs appear whole or not at all; a name\n"
-    "ending in .gz is written gzip-compressed.\n"
+    "on standard error), 2 usage error, 3 diff --fail-above: a graph got slower.\n"
+    "Outputs appear whole or not at all; a name ending in .gz is written\n"
+    "gzip-compressed.\n"
     "\n"
     "What every figure means: docs/reading-the-reports.md";
 
@@ -68,7 +74,27 @@ struct RawValues {
     std::string inputPath;
     std::string traceFormat = "exact";
     int visibility = 127;
+    std::string viewFormat = "text";
+    std::string order = "avg";
 };
+
+// The options of the op views and the modes they apply to.
+struct ViewOption {
+    const char* name;
+    std::vector<OutputMode> modes;
+};
+
+const std::vector<ViewOption>& viewOptionModes() {
+    static const std::vector<ViewOption> table = {
+        {"--format", {OutputMode::Top, OutputMode::Diff}},
+        {"--limit", {OutputMode::Top}},
+        {"--graph", {OutputMode::Top}},
+        {"--sort", {OutputMode::Top}},
+        {"--threshold", {OutputMode::Diff}},
+        {"--fail-above", {OutputMode::Diff}},
+    };
+    return table;
+}
 
 std::unique_ptr<CLI::App> makeApp(ViewerOptions& options, RawValues& raw) {
     auto app = std::make_unique<CLI::App>(description(), kProgram);
@@ -109,6 +135,28 @@ std::unique_ptr<CLI::App> makeApp(ViewerOptions& options, RawValues& raw) {
                     "debug or 0..5 (default: error)")
         ->transform(CLI::CheckedTransformer(levels))
         ->option_text("LEVEL");
+    ViewOptions& view = options.view;
+    app->add_option("--format", raw.viewFormat, "top, diff: text (default), csv or json")
+        ->check(CLI::IsMember({"text", "csv", "json"}))
+        ->option_text("FORMAT");
+    app->add_option("--limit", view.limit, "top: ops per graph (default 20; 0: all)")
+        ->check(CLI::NonNegativeNumber)
+        ->option_text("N");
+    app->add_option("--graph", view.graphs, "top: only this graph (repeatable; default: all)")
+        ->allow_extra_args(false)
+        ->option_text("NAME");
+    app->add_option("--sort", raw.order, "top: rank ops by avg (default), max, wait or name")
+        ->check(CLI::IsMember({"avg", "max", "wait", "name"}))
+        ->option_text("KEY");
+    app->add_option("--threshold", view.thresholdPercent,
+                    "diff: leave out ops that changed by less than PCT percent")
+        ->check(CLI::NonNegativeNumber)
+        ->option_text("PCT");
+    app->add_option("--fail-above", view.failAbovePercent,
+                    "diff: exit with status 3 when a graph's NetRun average got slower by "
+                    "more than PCT percent")
+        ->check(CLI::NonNegativeNumber)
+        ->option_text("PCT");
     app->add_option("--reader", options.readerPath,
                     "the reader plug-in to load (default: the one installed with this tool)")
         ->option_text("PATH");
@@ -157,6 +205,19 @@ ParseResult parseViewerOptions(const std::vector<std::string>& arguments) {
         raw.traceFormat == "portable" ? TraceLayout::Portable : TraceLayout::Exact;
     options.visibilityLevel = static_cast<int8_t>(raw.visibility);
     options.saveObjects = app->count("--save-objects") > 0;
+    options.view.format = raw.viewFormat == "csv"    ? profiling::ViewFormat::Csv
+                          : raw.viewFormat == "json" ? profiling::ViewFormat::Json
+                                                     : profiling::ViewFormat::Text;
+    options.view.order = raw.order == "max"    ? profiling::TopOrder::Maximum
+                         : raw.order == "wait" ? profiling::TopOrder::Wait
+                         : raw.order == "name" ? profiling::TopOrder::Name
+                                               : profiling::TopOrder::Average;
+    for (const ViewOption& option : viewOptionModes()) {
+        if (app->count(option.name) == 0) continue;
+        if (std::find(option.modes.begin(), option.modes.end(), entry.mode) == option.modes.end()) {
+            return usageError(std::string(option.name) + " does not apply to mode " + raw.mode);
+        }
+    }
     if (!raw.inputPath.empty()) options.logPaths.insert(options.logPaths.begin(), raw.inputPath);
     if (options.logPaths.size() < entry.logCount) {
         return usageError(entry.logCount == 1 ? "no input log given"

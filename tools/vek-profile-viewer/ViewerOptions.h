@@ -1,10 +1,13 @@
 // Command-line options of vek-profile-viewer.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "VekChrometraceProfilingReader.h"
 
 namespace vek {
 namespace viewer {
@@ -13,11 +16,23 @@ enum class OutputMode {
     Trace,    // Chrome trace file plus the short summary (the plug-in's own output)
     Summary,  // full text summary, CSV appended to the output file when one is named
     Header,   // the log header alone
+    Top,      // per graph, the ops that cost the most
+    Diff,     // per graph, what changed between two logs
 };
 
 enum class TraceLayout {
     Exact,     // the plug-in's own trace file, byte for byte
     Portable,  // numeric ids, valid UTF-8, metadata: opens in every viewer
+};
+
+// Options of the op views.
+struct ViewOptions {
+    profiling::ViewFormat format = profiling::ViewFormat::Text;
+    size_t limit = 20;                // top: ops per graph, 0 all
+    std::vector<std::string> graphs;  // top: the graphs shown, empty all
+    profiling::TopOrder order = profiling::TopOrder::Average;
+    double thresholdPercent = 0.0;    // diff: smaller changes are left out
+    std::optional<double> failAbovePercent;  // diff: a slower NetRun average fails
 };
 
 struct ViewerOptions {
@@ -30,6 +45,7 @@ struct ViewerOptions {
     bool saveObjects = false;
     std::string objectDirectory;  // empty: the current directory
     std::string readerPath;       // empty: the plug-in installed beside the tool
+    ViewOptions view;
 };
 
 // What the command line asks for: options to run with, or a text to print

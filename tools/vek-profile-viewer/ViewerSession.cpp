@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <filesystem>
@@ -18,8 +19,9 @@ constexpr uint64_t kViewerLogHandle = 1;
 
 // The most detailed diagnostics level shown (--log-level).
 int32_t shownLevel = 1;
-// Errors the library reported, shown or not.
-int errorCount = 0;
+// Errors the library reported, shown or not (the diff mode loads its two
+// logs at once).
+std::atomic<int> errorCount{0};
 
 // Shows the library's diagnostics on standard error.
 void printDiagnostic(const char* format, uint32_t level, uint64_t, va_list arguments) {
@@ -89,6 +91,22 @@ ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, Re
         reader.reset();
     }
     return reader;
+}
+
+bool ViewerSession::loadOpFigures(const std::string& logPath, bool requireOps,
+                                  profiling::LogFigures& figures) {
+    ReaderPlugin::ReaderHandle reader = loadLog(logPath, ReaderKind::Trace);
+    if (!reader) return false;
+    if (!plugin_->collectLogFigures(reader.get(), figures)) {
+        fail("the reader plug-in gives no op figures for " + logPath);
+        return false;
+    }
+    if (!requireOps) return true;
+    for (const profiling::GraphFigures& graph : figures.graphs) {
+        if (!graph.ops.empty()) return true;
+    }
+    fail("no op records in " + logPath);
+    return false;
 }
 
 bool ViewerSession::writeOutputFile(const std::string& path, tools::OutputFile::Mode mode,

@@ -34,6 +34,12 @@ public:
     // A reader with `logPath` loaded; null after saying why.
     ReaderPlugin::ReaderHandle loadLog(const std::string& logPath, ReaderKind kind);
 
+    // The op figures of a log (collected by the plug-in from the loaded
+    // summaries); false after saying why, also, with `requireOps`, when the
+    // log has no op records.
+    bool loadOpFigures(const std::string& logPath, bool requireOps,
+                       profiling::LogFigures& figures);
+
     // Writes one output file through `write`, which returns false when it
     // refused (the library has said why); the file appears only when all of
     // it was written. False after saying why; `refusal` starts the message

@@ -21,6 +21,10 @@ int runMode(ViewerSession& session) {
             return runSummaryMode(session);
         case OutputMode::Header:
             return runHeaderMode(session);
+        case OutputMode::Top:
+            return runTopMode(session);
+        case OutputMode::Diff:
+            return runDiffMode(session);
     }
     return kExitUsage;
 }
