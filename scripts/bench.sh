@@ -11,6 +11,9 @@
 #   scripts/bench.sh --stages        also runs the stage micro-benchmarks on the 10 MB log
 #   scripts/bench.sh --keep-logs     keeps the 1 GB log for the next run
 #
+# On the 1 GB log (the smoke log with --smoke) the op views are timed too:
+# --mode top, and --mode diff of the log against itself, beside the main job.
+#
 # Logs are generated (deterministically) under build-bench/logs and reused
 # until the generator is rebuilt.
 set -euo pipefail
@@ -55,6 +58,10 @@ memory_target_of() {
 # The full summary with the CSV export is measured on this log.
 summary_log=100mb
 if [ "$smoke" = 1 ]; then summary_log=smoke; fi
+# The op views (top; diff of the log against itself) are measured on this
+# one, against the main job.
+views_log=1gb
+if [ "$smoke" = 1 ]; then views_log=smoke; fi
 
 bash scripts/install-deps.sh --bench
 
@@ -94,6 +101,10 @@ for log in $logs; do
   path=$(log_path "$log")
   hyperfine_args+=(-n "limit $log" --prepare true "$limit $path")
   hyperfine_args+=(-n "main $log" --prepare true "$viewer $path -o $build/out/trace-$log.json")
+  if [ "$log" = "$views_log" ]; then
+    hyperfine_args+=(-n "top $log" --prepare true "$viewer -m top $path -o $build/out/top-$log.txt")
+    hyperfine_args+=(-n "diff $log" --prepare true "$viewer -m diff $path $path -o $build/out/diff-$log.txt")
+  fi
   if [ "$log" = "$summary_log" ]; then
     # The CSV export appends, so every run starts without the file.
     hyperfine_args+=(-n "summary $log" --prepare "rm -f $build/out/summary-$log.csv"
@@ -181,6 +192,20 @@ table="$build/out/bench-table.md"
   output_row "summary + CSV" summary "$out/summary-$summary_log.csv" "summary + CSV" summary "-"
   output_row "summary + CSV .gz" summary.gz "$out/summary-$summary_log.csv.gz" "summary + CSV" \
     summary "<= 1.3x"
+
+  # The op views against the main job on the same log (median and CPU time).
+  if [[ " $logs " == *" $views_log "* ]]; then
+    echo
+    echo "| view on $views_log | median | CPU time | ratio (median) | ratio (CPU) | target |"
+    echo "|---|---:|---:|---:|---:|---:|"
+    for view in top diff; do
+      awk -F, -v name="$view" -v command="$view $views_log" -v baseline="main $views_log" '
+        NR > 1 && $1 == command { t = $4; cpu = $5 + $6 }
+        NR > 1 && $1 == baseline { b = $4; bcpu = $5 + $6 }
+        END { printf "| %s | %.0f ms | %.0f ms | %.2fx | %.2fx | <= 1.1x |\n", name, t * 1000,
+                cpu * 1000, t / b, cpu / bcpu }' "$build/out/times.csv"
+    done
+  fi
 } > "$table"
 cat "$table"
 
