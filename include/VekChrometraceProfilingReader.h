@@ -104,7 +104,7 @@ VEK_PROFILING_EXPORT bool writeSummary(IVekProfileLogReader<VisibilityLevel>* re
 // drawn, which is logged as writeTrace logs it.
 VEK_PROFILING_EXPORT uint64_t countTraceSlices(IVekProfileLogReader<VisibilityLevel>* reader);
 
-// --- Op views: which ops cost the most (top), what changed (diff) ---
+// --- Op views: which ops cost the most (top), what changed (diff), the HTML report ---
 //
 // The figures come from the per-graph summaries that loading computes; the
 // executions themselves are never read again. Op times are the payloads of
@@ -126,6 +126,10 @@ struct OpFigures {
     std::optional<uint64_t> backgroundUs;
     std::optional<uint64_t> waitBackgroundUs;
     std::optional<uint64_t> resourceMask;
+    // The work beside the op and beside its wait (the names under 5002 and
+    // 5003), joined by ", ".
+    std::string backgroundNames;
+    std::string waitBackgroundNames;
 };
 
 // One graph: its NetRun figures and its ops in execution order.
@@ -142,8 +146,34 @@ struct GraphFigures {
     std::vector<OpFigures> ops;
 };
 
+// The log's header; all empty when the log has none.
+struct LogHeaderFigures {
+    bool present = false;
+    std::string toolName;
+    std::string toolVersion;
+    std::string backend;
+    uint64_t epochTimestampUs = 0;  // when the log was created
+    float timeScale = 0.0f;
+};
+
+// A timed call outside the executions: "Init", "Compose graphs", "Finalize"
+// (per graph), "De-init", "Library load", "Apply binary section" (per graph:
+// the average, with the minimum and maximum).
+struct PhaseFigures {
+    std::string phase;
+    std::string graphName;  // empty for the calls of the whole log
+    uint64_t durationUs = 0;
+    std::optional<uint64_t> minimumUs;
+    std::optional<uint64_t> maximumUs;
+};
+
 struct LogFigures {
     std::string logPath;
+    uint64_t logSizeBytes = 0;
+    LogHeaderFigures header;
+    // The whole run's rate as the log records it (count x 1000000 / duration).
+    std::optional<double> inferencesPerSecond;
+    std::vector<PhaseFigures> phases;
     std::vector<GraphFigures> graphs;
 };
 
@@ -212,6 +242,11 @@ VEK_PROFILING_EXPORT bool writeTopView(const LogFigures& figures, const TopViewO
                                        std::ostream& out);
 VEK_PROFILING_EXPORT bool writeDiffView(const LogDiff& diff, const DiffViewOptions& options,
                                         std::ostream& out);
+
+// One HTML file that needs nothing else: the header, per graph a NetRun
+// chart, a chart of the top ops, a timeline of the average execution and a
+// table of the top ops, the phases, and a footer. False when the stream fails.
+VEK_PROFILING_EXPORT bool writeHtmlReport(const LogFigures& figures, std::ostream& out);
 // --- end of op views ---
 
 }  // namespace profiling
