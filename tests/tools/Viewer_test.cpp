@@ -263,6 +263,18 @@ TEST_F(ViewerTest, TopAndDiffRefuseLogsWithoutOpRecordsAndCorruptOnes) {
     }
 }
 
+TEST_F(ViewerTest, HtmlModeWritesTheReportBesideTheLogsName) {
+    const RunResult result = run("-m html run.bin");
+    ASSERT_EQ(result.status, 0) << result.err;
+    const std::string html = readFile(dir_.file("run.html"));
+    EXPECT_EQ(html.rfind("<!DOCTYPE html>", 0), 0u);
+    EXPECT_NE(html.find("<h2>Graph g0</h2>"), std::string::npos);
+    EXPECT_NE(html.find("<title>conv [PQA]: 40 us at 5 us</title>"), std::string::npos);
+    EXPECT_NE(result.err.find("report written to "), std::string::npos);
+    EXPECT_EQ(run("-m html -o report.html corrupt-or-absent.bin").status, 1);
+    EXPECT_FALSE(std::filesystem::exists(dir_.file("report.html")));
+}
+
 TEST(ViewerOptionsTest, ParsesLongShortInlineAndPositionalForms) {
     using viewer::OutputMode;
     const auto parsed = viewer::parseViewerOptions(

@@ -58,6 +58,7 @@ std::unique_ptr<ReaderPlugin> ReaderPlugin::open(const std::string& path, std::s
     plugin->graphsSlowerBy_ = lookUpDeclared(plugin->library_, &profiling::graphsSlowerBy);
     plugin->writeTopView_ = lookUpDeclared(plugin->library_, &profiling::writeTopView);
     plugin->writeDiffView_ = lookUpDeclared(plugin->library_, &profiling::writeDiffView);
+    plugin->writeHtmlReport_ = lookUpDeclared(plugin->library_, &profiling::writeHtmlReport);
     return plugin;
 }
 
@@ -139,6 +140,11 @@ bool ReaderPlugin::writeDiffView(const profiling::LogDiff& diff,
                                  std::ostream& out) const {
     if (writeDiffView_ == nullptr) return missingOperation("writeDiffView");
     return writeDiffView_(diff, options, out);
+}
+
+bool ReaderPlugin::writeHtmlReport(const profiling::LogFigures& figures, std::ostream& out) const {
+    if (writeHtmlReport_ == nullptr) return missingOperation("writeHtmlReport");
+    return writeHtmlReport_(figures, out);
 }
 
 std::string installedPluginPath() {

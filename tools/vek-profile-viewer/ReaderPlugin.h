@@ -62,6 +62,7 @@ public:
                       const profiling::TopViewOptions& options, std::ostream& out) const;
     bool writeDiffView(const profiling::LogDiff& diff, const profiling::DiffViewOptions& options,
                        std::ostream& out) const;
+    bool writeHtmlReport(const profiling::LogFigures& figures, std::ostream& out) const;
 
 private:
     ReaderPlugin() = default;
@@ -79,6 +80,7 @@ private:
     decltype(&profiling::graphsSlowerBy) graphsSlowerBy_ = nullptr;
     decltype(&profiling::writeTopView) writeTopView_ = nullptr;
     decltype(&profiling::writeDiffView) writeDiffView_ = nullptr;
+    decltype(&profiling::writeHtmlReport) writeHtmlReport_ = nullptr;
 };
 
 // The plug-in this tool was built and installed with.

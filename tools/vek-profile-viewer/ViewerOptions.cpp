@@ -36,6 +36,9 @@ const std::vector<ModeEntry>& modeTable() {
          "per graph, the ops ranked by time, with their share of the accelerator time"},
         {"diff", OutputMode::Diff, 2,
          "BASE NEW: per graph, the NetRun average before and after and the ops that changed"},
+        {"html", OutputMode::Html, 1,
+         "one HTML file that needs nothing else: NetRun and top-op charts, a timeline of "
+         "each graph's average execution, op and phase tables (-o, default LOG.html)"},
     };
     return table;
 }
@@ -114,7 +117,8 @@ std::unique_ptr<CLI::App> makeApp(ViewerOptions& options, RawValues& raw) {
         ->option_text("LOG");
     app->add_option("-o,--output", options.outputPath,
                     "the output file; trace: default LOG.trace.json in the current directory; "
-                    "summary: the CSV file to append to (default none)")
+                    "summary: the CSV file to append to (default none); top, diff: default "
+                    "standard output; html: default LOG.html")
         ->option_text("PATH");
     app->add_option("--trace-format", raw.traceFormat,
                     "exact: the trace as the plug-in writes it (default); portable: numeric "
@@ -240,6 +244,10 @@ std::string viewerUsage() {
 
 std::string defaultTracePath(const std::string& logPath) {
     return std::filesystem::path(logPath).stem().string() + ".trace.json";
+}
+
+std::string defaultReportPath(const std::string& logPath) {
+    return std::filesystem::path(logPath).stem().string() + ".html";
 }
 
 }  // namespace viewer

@@ -18,6 +18,7 @@ enum class OutputMode {
     Header,   // the log header alone
     Top,      // per graph, the ops that cost the most
     Diff,     // per graph, what changed between two logs
+    Html,     // one self-contained HTML report with charts
 };
 
 enum class TraceLayout {
@@ -63,6 +64,8 @@ std::string viewerUsage();
 // The trace file written when no output path is given: the log's name with
 // ".trace.json", in the current directory.
 std::string defaultTracePath(const std::string& logPath);
+// The same for the HTML report: the log's name with ".html".
+std::string defaultReportPath(const std::string& logPath);
 
 }  // namespace viewer
 }  // namespace vek
