@@ -68,7 +68,7 @@ bash scripts/install-deps.sh --bench
 
 build=build-bench
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVEK_BUILD_TESTS=OFF \
-  -DVEK_BUILD_BENCH=ON > /dev/null
+  -DVEK_BUILD_BENCH=ON -DVEK_WERROR=ON > /dev/null
 cmake --build "$build" -j "$(nproc)" --target vek-profile-viewer VekChrometraceProfilingReader \
   vek-bench-make-log vek-bench-limit vek-bench-stages > /dev/null
 

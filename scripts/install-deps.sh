@@ -6,6 +6,7 @@
 #   scripts/install-deps.sh --browser  also Chromium, Node with npm (when there is no node or
 #                                    npm yet) and Python 3, and the npm packages of the trace
 #                                    clients in tests/clients (npm ci, when its lock changed)
+#   scripts/install-deps.sh --clang  also clang 14, for the clang build of the tests
 set -euo pipefail
 
 packages=(g++ cmake make libflatbuffers-dev flatbuffers-compiler rapidjson-dev
@@ -13,6 +14,9 @@ packages=(g++ cmake make libflatbuffers-dev flatbuffers-compiler rapidjson-dev
           libcli11-dev zlib1g-dev)
 if [ "${1:-}" = "--bench" ]; then
   packages+=(hyperfine time)
+fi
+if [ "${1:-}" = "--clang" ]; then
+  packages+=(clang-14)
 fi
 if [ "${1:-}" = "--fuzz" ]; then
   # llvm-14 brings llvm-symbolizer, which names the frames of a finding.
