@@ -249,6 +249,41 @@ VEK_PROFILING_EXPORT bool writeDiffView(const LogDiff& diff, const DiffViewOptio
 VEK_PROFILING_EXPORT bool writeHtmlReport(const LogFigures& figures, std::ostream& out);
 // --- end of op views ---
 
+// --- Cut and corrupt logs: where a log breaks, and loading up to there ----
+
+// What keeps a log from being read whole.
+enum class ChunkProblemKind : int32_t {
+    None,            // nothing: the log was read to its end
+    TrailingBytes,   // 1 to 3 bytes after the last chunk, too few for a length field; ignored
+    CutChunk,        // the length field announces more bytes than the file still holds
+    InvalidChunk,    // the chunk fails verification
+    ReadError,       // the file could not be read
+    NotAProfileLog,  // the first chunk is broken in a way no cut log is: not a profile log
+};
+
+// Where a log breaks, as plain data. The offset is that of the chunk's
+// length field; the counts are of the whole, valid chunks before it.
+struct ChunkProblem {
+    ChunkProblemKind kind = ChunkProblemKind::None;
+    uint64_t chunkIndex = 0;
+    uint64_t byteOffset = 0;
+    uint64_t chunksBefore = 0;
+    uint64_t messagesBefore = 0;
+    // One line, e.g. "cut short: its length field announces 4080 bytes, only 17 are there".
+    std::string reason;
+};
+
+// With `salvage` set, loadLog stops at a cut or corrupt chunk as it stops at
+// the end of the file: the statistics are computed over the chunks before it
+// and loadLog returns true. Off by default. False when `reader` was not
+// created by this library.
+VEK_PROFILING_EXPORT bool setSalvageLoad(IVekProfileLogReader<VisibilityLevel>* reader,
+                                         bool salvage);
+
+// Where the reader's last loadLog stopped short of a clean end of the log
+// (kind None when it read the log whole, or for a reader of another library).
+VEK_PROFILING_EXPORT ChunkProblem loadBreak(IVekProfileLogReader<VisibilityLevel>* reader);
+
 }  // namespace profiling
 }  // namespace vek
 

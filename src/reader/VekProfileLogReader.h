@@ -86,6 +86,10 @@ public:
     bool headerSaved = false;
     bool loadFlag = false;
     FlatBufferReaderUtil messageStream;
+    // A salvage load finishes at a cut or corrupt chunk as at the end of the
+    // file; loadBreak says where the last load stopped short of the end.
+    bool salvageLoad = false;
+    ChunkProblem loadBreak;
 
     // --- header copy ---
     std::string toolName;
@@ -160,6 +164,9 @@ public:
     std::vector<QueueWaitValue> minimumQueueWaits;
     // Diagnostics collected by the statistics step (also logged as warnings).
     std::string loaderDiagnostics;
+
+    // Records where loading broke off; true when it finishes there (loadLog).
+    bool stopsAtBreak(const ChunkProblem& problem);
 
     // Runs the statistics step over the loaded model (called by loadLog).
     void buildStatistics();

@@ -1,0 +1,94 @@
+// A run that dies mid-write leaves a log whose last chunk is cut. Cut the
+// sample log at every byte of its last chunk: the scan must name the place,
+// the valid prefix must be exactly the chunks before it, and a salvage load
+// must report what a load of that prefix reports.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "log/LogScan.h"
+#include "reader/VekProfileLogReaderChrometrace.h"
+#include "support/LogCapture.h"
+#include "support/LogWriter.h"
+
+namespace vek {
+namespace profiling {
+namespace {
+
+using namespace testlog;
+
+const std::string kSampleLog = std::string(VEK_SAMPLE_DIR) + "/linting_sample.log";
+
+// The trace file and the printed summary of the chrome-trace reader.
+std::string reportOf(const std::string& logPath, bool salvage, const std::string& tracePath) {
+    VekProfileLogReaderChrometrace reader(logPath, VisibilityLevel(127));
+    setSalvageLoad(&reader, salvage);
+    EXPECT_TRUE(reader.loadLog(false));
+    std::remove(tracePath.c_str());
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(reader.writeOutput(tracePath));
+    return testing::internal::GetCapturedStdout() + readFile(tracePath);
+}
+
+LogScanSummary scanFile(const std::string& path, ScanExtent extent, std::string* prefix) {
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    LogScanCallbacks callbacks;
+    callbacks.prefixChunk = [prefix](const ChunkBuffer& body) {
+        const std::vector<uint8_t> framed = lengthPrefixed(body);
+        if (prefix != nullptr) prefix->append(framed.begin(), framed.end());
+        return true;
+    };
+    const LogScanSummary summary = scanLog(file, extent, callbacks);
+    std::fclose(file);
+    return summary;
+}
+
+TEST(CutLog, EveryCutOfTheLastChunkIsFoundTrimmedAndSalvaged) {
+    const std::string sample = readFile(kSampleLog);
+    TempDir dir;
+    const std::string log = dir.file("run.log");
+    const std::string trace = dir.file("run.trace.json");
+    // Where the last chunk starts.
+    LogWriter().rawBytes({sample.begin(), sample.end()}).writeTo(log);
+    const LogScanSummary whole = scanFile(log, ScanExtent::kWholeLog, nullptr);
+    ASSERT_EQ(whole.problems, 0u);
+    ASSERT_GE(whole.validChunks, 2u);
+    std::string allButLast;
+    for (uint64_t offset = 0, index = 0; index + 1 < whole.validChunks; ++index) {
+        uint32_t length = 0;
+        for (int byte = 3; byte >= 0; --byte) {
+            length = length << 8 | static_cast<uint8_t>(sample[offset + byte]);
+        }
+        offset += 4 + length;
+        allButLast = sample.substr(0, offset);
+    }
+    LogWriter().rawBytes({allButLast.begin(), allButLast.end()}).writeTo(log);
+    LogCapture quiet(0);
+    const std::string expected = reportOf(log, false, trace);
+
+    for (size_t cut = allButLast.size() + 1; cut < sample.size(); ++cut) {
+        SCOPED_TRACE("cut at " + std::to_string(cut));
+        // Removed first: ext4 flushes a file truncated and written again on close.
+        std::remove(log.c_str());
+        LogWriter().rawBytes({sample.begin(), sample.begin() + static_cast<long>(cut)})
+            .writeTo(log);
+        const LogScanSummary check = scanFile(log, ScanExtent::kWholeLog, nullptr);
+        ASSERT_EQ(check.problems, 1u);
+        EXPECT_EQ(check.firstProblem.chunkIndex, whole.validChunks - 1);
+        EXPECT_EQ(check.firstProblem.byteOffset, allButLast.size());
+        EXPECT_EQ(check.firstProblem.kind, cut - allButLast.size() < 4
+                                               ? ChunkProblemKind::TrailingBytes
+                                               : ChunkProblemKind::CutChunk);
+        std::string trimmed;
+        scanFile(log, ScanExtent::kValidPrefix, &trimmed);
+        ASSERT_EQ(trimmed, allButLast);
+        ASSERT_EQ(reportOf(log, true, trace), expected);
+    }
+}
+
+}  // namespace
+}  // namespace profiling
+}  // namespace vek
