@@ -284,6 +284,20 @@ VEK_PROFILING_EXPORT bool setSalvageLoad(IVekProfileLogReader<VisibilityLevel>* 
 // (kind None when it read the log whole, or for a reader of another library).
 VEK_PROFILING_EXPORT ChunkProblem loadBreak(IVekProfileLogReader<VisibilityLevel>* reader);
 
+// --- Object files confined to a directory ---
+
+// Makes the reader save object files beneath `directory` only. Their names
+// are taken relative to it; a name that is absolute, has a ".." component or
+// resolves through a symbolic link to outside it is refused with the logged
+// error "Object event [%s]: file name [%s] %s; not saved" (the event's name,
+// the file name, why) and the report goes on. No file is replaced and no
+// link followed in a name's last component. The kernel enforces the
+// directory where it can (openat2 with RESOLVE_BENEATH). An empty directory
+// restores the default, names used as they stand. False when `reader` was not
+// created by this library or `directory` cannot be opened.
+VEK_PROFILING_EXPORT bool confineObjectFiles(IVekProfileLogReader<VisibilityLevel>* reader,
+                                             const std::string& directory);
+
 }  // namespace profiling
 }  // namespace vek
 

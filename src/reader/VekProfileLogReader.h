@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <list>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <unordered_map>
@@ -23,6 +24,7 @@
 #include "log/GraphIndex.h"
 #include "log/ProfileEvent.h"
 #include "stats/AverageBuilder.h"
+#include "stats/ObjectDirectory.h"
 #include "stats/StatSummary.h"
 
 namespace vek {
@@ -90,6 +92,8 @@ public:
     // file; loadBreak says where the last load stopped short of the end.
     bool salvageLoad = false;
     ChunkProblem loadBreak;
+    // Where object files are confined to; null: names are used as they stand.
+    std::unique_ptr<ObjectDirectory> objectDirectory;
 
     // --- header copy ---
     std::string toolName;
