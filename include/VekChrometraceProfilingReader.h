@@ -284,7 +284,7 @@ VEK_PROFILING_EXPORT bool setSalvageLoad(IVekProfileLogReader<VisibilityLevel>* 
 // (kind None when it read the log whole, or for a reader of another library).
 VEK_PROFILING_EXPORT ChunkProblem loadBreak(IVekProfileLogReader<VisibilityLevel>* reader);
 
-// --- Object files confined to a directory ---
+// --- Object files confined to a directory --------------------------------
 
 // Makes the reader save object files beneath `directory` only. Their names
 // are taken relative to it; a name that is absolute, has a ".." component or

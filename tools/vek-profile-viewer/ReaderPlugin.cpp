@@ -59,6 +59,10 @@ std::unique_ptr<ReaderPlugin> ReaderPlugin::open(const std::string& path, std::s
     plugin->writeTopView_ = lookUpDeclared(plugin->library_, &profiling::writeTopView);
     plugin->writeDiffView_ = lookUpDeclared(plugin->library_, &profiling::writeDiffView);
     plugin->writeHtmlReport_ = lookUpDeclared(plugin->library_, &profiling::writeHtmlReport);
+    plugin->setSalvageLoad_ = lookUpDeclared(plugin->library_, &profiling::setSalvageLoad);
+    plugin->loadBreak_ = lookUpDeclared(plugin->library_, &profiling::loadBreak);
+    plugin->confineObjectFiles_ =
+        lookUpDeclared(plugin->library_, &profiling::confineObjectFiles);
     return plugin;
 }
 
@@ -145,6 +149,18 @@ bool ReaderPlugin::writeDiffView(const profiling::LogDiff& diff,
 bool ReaderPlugin::writeHtmlReport(const profiling::LogFigures& figures, std::ostream& out) const {
     if (writeHtmlReport_ == nullptr) return missingOperation("writeHtmlReport");
     return writeHtmlReport_(figures, out);
+}
+
+bool ReaderPlugin::setSalvageLoad(Reader* reader, bool salvage) const {
+    return setSalvageLoad_ != nullptr && setSalvageLoad_(reader, salvage);
+}
+
+profiling::ChunkProblem ReaderPlugin::loadBreak(Reader* reader) const {
+    return loadBreak_ != nullptr ? loadBreak_(reader) : profiling::ChunkProblem{};
+}
+
+bool ReaderPlugin::confineObjectFiles(Reader* reader, const std::string& directory) const {
+    return confineObjectFiles_ != nullptr && confineObjectFiles_(reader, directory);
 }
 
 std::string installedPluginPath() {

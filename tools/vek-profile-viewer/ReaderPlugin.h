@@ -64,6 +64,15 @@ public:
                        std::ostream& out) const;
     bool writeHtmlReport(const profiling::LogFigures& figures, std::ostream& out) const;
 
+    // Cut and corrupt logs (see the public header); false, and kind None,
+    // when the plug-in does not offer them.
+    bool setSalvageLoad(Reader* reader, bool salvage) const;
+    profiling::ChunkProblem loadBreak(Reader* reader) const;
+
+    // Object files confined to a directory; false when the plug-in does not
+    // offer it or the directory cannot be opened.
+    bool confineObjectFiles(Reader* reader, const std::string& directory) const;
+
 private:
     ReaderPlugin() = default;
 
@@ -81,6 +90,10 @@ private:
     decltype(&profiling::writeTopView) writeTopView_ = nullptr;
     decltype(&profiling::writeDiffView) writeDiffView_ = nullptr;
     decltype(&profiling::writeHtmlReport) writeHtmlReport_ = nullptr;
+
+    decltype(&profiling::setSalvageLoad) setSalvageLoad_ = nullptr;
+    decltype(&profiling::loadBreak) loadBreak_ = nullptr;
+    decltype(&profiling::confineObjectFiles) confineObjectFiles_ = nullptr;
 };
 
 // The plug-in this tool was built and installed with.

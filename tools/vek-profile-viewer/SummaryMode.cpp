@@ -12,7 +12,7 @@ int runSummaryMode(ViewerSession& session) {
     if (!reader) return kExitFailure;
 
     const std::string csvPath = absolutePath(options.outputPath);
-    if (!session.enterObjectDirectory()) return kExitFailure;
+    if (!session.prepareObjectDirectory(reader.get(), {csvPath})) return kExitFailure;
     const int errorsBefore = session.libraryErrors();
     std::ostringstream report;
     if (csvPath.empty()) {

@@ -13,7 +13,7 @@ int runTraceMode(ViewerSession& session) {
 
     const std::string outputPath = absolutePath(
         options.outputPath.empty() ? defaultTracePath(logPath) : options.outputPath);
-    if (!session.enterObjectDirectory()) return kExitFailure;
+    if (!session.prepareObjectDirectory(reader.get(), {outputPath})) return kExitFailure;
     const profiling::TraceFormat format = options.traceLayout == TraceLayout::Portable
                                               ? profiling::TraceFormat::Portable
                                               : profiling::TraceFormat::Exact;

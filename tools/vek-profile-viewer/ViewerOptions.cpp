@@ -129,6 +129,12 @@ std::unique_ptr<CLI::App> makeApp(ViewerOptions& options, RawValues& raw) {
                   "also save the object events as files in DIR (default: the current "
                   "directory); never overwrites a file")
         ->option_text("[=DIR]");
+    app->add_flag("--allow-object-paths-outside-dir", options.allowObjectPathsOutsideDir,
+                  "save object files under the names the log gives even when they are "
+                  "absolute, contain .. or lead out of DIR through a link (default: refused)");
+    app->add_flag("--salvage", options.salvage,
+                  "on a log cut short or with a corrupt chunk, report on the whole chunks "
+                  "before the break (default: refuse the log and say where it breaks)");
     app->add_option("-v,--visibility", raw.visibility,
                     "skip messages whose visibility is >= N (-128..127; default 127: keep all)")
         ->check(CLI::Range(-128, 127))

@@ -45,6 +45,11 @@ struct ViewerOptions {
     int32_t logLevel = 1;          // library diagnostics shown: 0 none .. 5 debug
     bool saveObjects = false;
     std::string objectDirectory;  // empty: the current directory
+    // Object file names that leave the object directory are saved as the log
+    // gives them instead of refused.
+    bool allowObjectPathsOutsideDir = false;
+    // A log cut short or with a corrupt chunk is reported on up to there.
+    bool salvage = false;
     std::string readerPath;       // empty: the plug-in installed beside the tool
     ViewOptions view;
 };

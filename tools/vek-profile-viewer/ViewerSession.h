@@ -7,6 +7,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "OutputFile.h"
 #include "ReaderPlugin.h"
@@ -51,9 +52,12 @@ public:
     // Writes text to standard output; false after saying why.
     bool printToStandardOutput(const std::string& text);
 
-    // Makes later relative object file names land in the object directory
-    // (--save-objects=DIR); false after saying why.
-    bool enterObjectDirectory();
+    // Readies the object directory (--save-objects=DIR) for `reader`: object
+    // files are confined to it, by the reader and by the kernel, unless
+    // --allow-object-paths-outside-dir makes relative names land in it as
+    // the current directory. `outputs` are the files the mode will write.
+    // False after saying why.
+    bool prepareObjectDirectory(Reader* reader, const std::vector<std::string>& outputs);
 
     // How many errors the library has reported so far: an object file that
     // could not be written is reported only that way.
@@ -68,6 +72,10 @@ public:
     const ReaderPlugin& plugin() const { return *plugin_; }
 
 private:
+    // Says where a log breaks, refusing it unless the load salvaged it;
+    // false when the log is refused.
+    bool acceptLoad(Reader* reader, const std::string& logPath, bool loaded) const;
+
     const ViewerOptions& options_;
     std::unique_ptr<ReaderPlugin> plugin_;
 };
