@@ -5,7 +5,7 @@
 
 #include "LogInput.h"
 #include "LogRefusal.h"
-#include "OutputSink.h"
+#include "OutputFile.h"
 #include "log/LogScan.h"
 
 namespace vek {
@@ -18,32 +18,34 @@ int runTrim(const std::string& logPath, const std::string& outputPath) {
     const std::unique_ptr<InputFile> input = openLogInput(logPath);
     if (!input) return 1;
     std::string error;
-    std::unique_ptr<OutputSink> out = OutputSink::openFile(outputPath, error);
+    // Whole or not at all: the output appears only when commit() succeeds.
+    std::unique_ptr<tools::OutputFile> out =
+        tools::OutputFile::open(outputPath, tools::OutputFile::Mode::kReplace, error);
     if (!out) {
-        std::fprintf(stderr, "vek-profile-log: %s\n", error.c_str());
+        std::fprintf(stderr, "vek-profile-log: cannot write %s: %s\n", outputPath.c_str(),
+                     error.c_str());
         return 1;
     }
     LogScanCallbacks callbacks;
     callbacks.prefixChunk = [&out](const ChunkBuffer& body) {
         const auto size = static_cast<uint32_t>(body.size());
-        const uint8_t lengthField[4] = {static_cast<uint8_t>(size), static_cast<uint8_t>(size >> 8),
-                                        static_cast<uint8_t>(size >> 16),
-                                        static_cast<uint8_t>(size >> 24)};
-        out->write(lengthField, sizeof lengthField);
-        out->write(body.data(), body.size());
-        return !out->failed();
+        const char lengthField[4] = {static_cast<char>(size), static_cast<char>(size >> 8),
+                                     static_cast<char>(size >> 16), static_cast<char>(size >> 24)};
+        out->stream().write(lengthField, sizeof lengthField);
+        out->stream().write(reinterpret_cast<const char*>(body.data()),
+                            static_cast<std::streamsize>(body.size()));
+        return out->stream().good();
     };
     const LogScanSummary scan = scanLog(input->get(), ScanExtent::kValidPrefix, callbacks);
     const ChunkProblem& problem = scan.firstProblem;
     if (scan.prefixChunks == 0 && !scan.stopped) {
-        out->discard();
         std::fprintf(stderr, "vek-profile-log: %s: no whole, valid chunk to keep: %s\n", path,
                      tools::describeChunkProblem(problem).c_str());
         return 1;
     }
-    if (scan.stopped || !out->finish()) {
-        out->discard();
-        std::fprintf(stderr, "vek-profile-log: %s\n", out->error().c_str());
+    if (!out->commit(error) || scan.stopped) {
+        std::fprintf(stderr, "vek-profile-log: cannot write %s: %s\n", outputPath.c_str(),
+                     error.empty() ? "write error" : error.c_str());
         return 1;
     }
     if (problem.kind == ChunkProblemKind::None) {
