@@ -11,7 +11,8 @@ set -euo pipefail
 
 packages=(g++ cmake make libflatbuffers-dev flatbuffers-compiler rapidjson-dev
           libgtest-dev libgmock-dev libbenchmark-dev binutils
-          libcli11-dev zlib1g-dev)
+          libcli11-dev zlib1g-dev
+          help2man dpkg-dev)  # man pages; the .deb's dependencies (dpkg-shlibdeps)
 if [ "${1:-}" = "--bench" ]; then
   packages+=(hyperfine time)
 fi
