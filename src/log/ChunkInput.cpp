@@ -12,9 +12,6 @@ namespace profiling {
 namespace {
 
 constexpr size_t kLengthFieldSize = 4;
-// The verifier refuses chunks outside these sizes.
-constexpr uint32_t kMinimumChunkSize = 12;
-constexpr uint32_t kMaximumChunkSize = 0x7fffffff;
 
 uint32_t littleEndian32(const uint8_t* bytes) {
     return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
@@ -44,7 +41,10 @@ std::string textLikeness(const uint8_t* bytes, size_t count) {
 // left to judge, only a length field that reads as text gives a file away.
 bool startsLikeACutChunk(uint32_t length, const uint8_t* body, uint64_t present,
                          const uint8_t* lengthField) {
-    if (length < kMinimumChunkSize || length >= kMaximumChunkSize) return false;
+    if (length < FlatBufferReaderUtil::kMinimumChunkSize ||
+        length >= FlatBufferReaderUtil::kMaximumChunkSize) {
+        return false;
+    }
     if (present < kLengthFieldSize) return textLikeness(lengthField, kLengthFieldSize).empty();
     const uint32_t rootOffset = littleEndian32(body);
     return rootOffset > 0 && rootOffset < length && rootOffset < present;

@@ -9,9 +9,6 @@ namespace vek {
 namespace profiling {
 
 namespace {
-constexpr size_t kMinimumChunkSize = 12;
-// The largest buffer the verifier accepts.
-constexpr size_t kMaximumChunkSize = 0x7fffffff;
 // Every table starts with a 4-byte offset to its vtable, so a chunk of N bytes
 // holds at most N / 4 tables.
 constexpr size_t kSmallestTableSize = 4;
