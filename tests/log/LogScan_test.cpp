@@ -106,28 +106,6 @@ TEST(LogScan, FindsEveryProblemWithItsPlaceAndWhatCameBefore) {
     }
 }
 
-TEST(LogScan, ReasonsSayWhatIsWrong) {
-    std::vector<uint8_t> cut = chunks(1).bytes();
-    cut.resize(cut.size() - 5);
-    const struct {
-        std::vector<uint8_t> bytes;
-        std::string reason;
-    } cases[] = {
-        {chunks(1).bytes() + cut, "cut short: its length field announces " +
-                                      std::to_string(cut.size() + 1) + " bytes, only " +
-                                      std::to_string(cut.size() - 4) + " are there"},
-        {chunks(1).bytes() + kGarbageChunk, "the chunk of 16 bytes fails verification"},
-        {chunks(1).bytes() + std::vector<uint8_t>{0},
-         "1 byte after the last chunk, too few for a length field"},
-        {{'[', '{', '"', 'n'},
-         "not a profile log: it starts like JSON text, not with a chunk length"},
-        {kGarbageChunk, "not a profile log: its first chunk (16 bytes) fails verification"},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(scan(c.bytes).problems.at(0).reason, c.reason);
-    }
-}
-
 TEST(LogScan, ValidPrefixExtentStopsAtTheFirstProblem) {
     const Scanned result =
         scan(chunks(1).bytes() + kGarbageChunk + chunks(1).bytes(), ScanExtent::kValidPrefix);

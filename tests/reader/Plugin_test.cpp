@@ -123,31 +123,6 @@ TEST_F(PluginTest, LoadsALintingLogAndWritesTheTrace) {
     EXPECT_EQ(trace.back(), '\n');
 }
 
-// The salvage operations are found in the plug-in and act on its readers.
-TEST_F(PluginTest, SalvagesACutLogThroughThePluginsOwnOperations) {
-    auto setSalvage = reinterpret_cast<bool (*)(Reader*, bool)>(dlsym(
-        handle_, symbolNameOf(reinterpret_cast<void*>(&vek::profiling::setSalvageLoad)).c_str()));
-    auto whereBroken = reinterpret_cast<ChunkProblem (*)(Reader*)>(dlsym(
-        handle_, symbolNameOf(reinterpret_cast<void*>(&vek::profiling::loadBreak)).c_str()));
-    ASSERT_NE(setSalvage, nullptr);
-    ASSERT_NE(whereBroken, nullptr);
-    TempDir dir;
-    LogWriter log;
-    log.chunk().message(MessageSpec(kExecute).graph("g0").times(100, 350));
-    log.rawBytes({200, 0, 0, 0, 12, 0});
-    log.writeTo(dir.file("cut.bin"));
-
-    Reader* reader = createReader_(dir.file("cut.bin"), VisibilityLevel(5));
-    EXPECT_TRUE(setSalvage(reader, true));
-    EXPECT_TRUE(static_cast<LoadableReader*>(reader)->loadLog(false));
-    const ChunkProblem where = whereBroken(reader);
-    deleteReader_(reader);
-    EXPECT_EQ(where.kind, ChunkProblemKind::CutChunk);
-    EXPECT_EQ(where.chunkIndex, 1u);
-    EXPECT_EQ(where.byteOffset, log.bytes().size() - 6);
-    EXPECT_EQ(where.messagesBefore, 1u);
-}
-
 }  // namespace
 }  // namespace profiling
 }  // namespace vek
