@@ -79,7 +79,7 @@ Labels csvLabels(const std::string& text) {
     return labels;
 }
 
-// Every key, and the words that the keys ph, tid and cname take.
+// Every key, and the words that a trace's keys ph, tid and cname take.
 void addFields(const rapidjson::Value& value, Labels& labels) {
     if (value.IsArray()) {
         for (const auto& item : value.GetArray()) addFields(item, labels);
@@ -96,11 +96,11 @@ void addFields(const rapidjson::Value& value, Labels& labels) {
     }
 }
 
-Labels traceFields(const std::string& text) {
-    rapidjson::Document trace;
-    trace.Parse(text.c_str());
+Labels jsonFields(const std::string& text) {
+    rapidjson::Document document;
+    document.Parse(text.c_str());
     Labels labels;
-    if (!trace.HasParseError()) addFields(trace, labels);
+    if (!document.HasParseError()) addFields(document, labels);
     return labels;
 }
 
@@ -138,6 +138,7 @@ TEST(ReadingGuide, NamesEveryLabelOfTheSamplesReports) {
     const std::string summary = run("-m summary -o rows.csv");
     const std::string traceSummary = run("-o exact.json");
     run("--trace-format portable -o portable.json");
+    const std::string changed = std::string(VEK_SAMPLE_DIR) + "/linting_sample_changed.log";
     const struct {
         const char* report;
         std::string text;
@@ -146,8 +147,11 @@ TEST(ReadingGuide, NamesEveryLabelOfTheSamplesReports) {
         {"summary", summary, colonLabels},
         {"CSV export", readFile(dir.file("rows.csv")), csvLabels},
         {"trace mode's summary", traceSummary, colonLabels},
-        {"exact trace", readFile(dir.file("exact.json")), traceFields},
-        {"portable trace", readFile(dir.file("portable.json")), traceFields},
+        {"exact trace", readFile(dir.file("exact.json")), jsonFields},
+        {"portable trace", readFile(dir.file("portable.json")), jsonFields},
+        // The views' JSON keys are their CSV columns and their text's figures.
+        {"top view", run("-m top --format json"), jsonFields},
+        {"diff view", run("-m diff --format json '" + changed + "'"), jsonFields},
     };
     const Labels named =
         namedInGuide(readFile(std::string(VEK_SOURCE_DIR) + "/docs/reading-the-reports.md"));
