@@ -31,8 +31,10 @@ EventValue rawValue(uint32_t dataType, T value) {
 
 // What converting one event needs besides the event.
 struct Conversion {
-    EventStore& store;
-    std::list<std::string>& internedStrings;
+    EventStore& names;  // where names are interned
+    EventStore& store;  // details, byte values and lists of sub-events
+    // Where the text of string values is kept; null: it stays in the chunk.
+    std::list<std::string>* internedStrings;
     EventText nullName;
 };
 
@@ -104,12 +106,18 @@ void decodeValue(ProfileEvent& target, const EventFields& event, Conversion& con
             break;
         case kLogValueString: {
             const auto* text = event.pointer<flatbuffers::String>(LogEvent::VT_STRINGVALUE);
-            // The list never moves its elements, so the address stays valid
-            // for the life of the reader.
-            std::list<std::string>& strings = conversion.internedStrings;
-            strings.emplace_back(text != nullptr ? text->str() : std::string());
-            target.value = rawValue(kDataTypeString,
-                                    reinterpret_cast<uintptr_t>(strings.back().c_str()));
+            const char* stored = "";
+            if (conversion.internedStrings == nullptr) {
+                // The chunk's strings end with a zero byte, as the value's text must.
+                if (text != nullptr) stored = text->c_str();
+            } else {
+                // The list never moves its elements, so the address stays
+                // valid for the life of the reader.
+                std::list<std::string>& strings = *conversion.internedStrings;
+                strings.emplace_back(text != nullptr ? text->str() : std::string());
+                stored = strings.back().c_str();
+            }
+            target.value = rawValue(kDataTypeString, reinterpret_cast<uintptr_t>(stored));
             break;
         }
         default:
@@ -147,7 +155,7 @@ void fillEvent(ProfileEvent& target, const fb::LogEvent& event, Place place,
     decodeValue(target, fields, conversion);
     const auto* name = fields.pointer<flatbuffers::String>(LogEvent::VT_NAME);
     target.name = name != nullptr
-                      ? conversion.store.internName(viewOf(*name), place.depth, place.position)
+                      ? conversion.names.internName(viewOf(*name), place.depth, place.position)
                       : conversion.nullName;
     if (const auto* detail = fields.pointer<flatbuffers::String>(LogEvent::VT_DETAIL)) {
         target.detail = conversion.store.intern(viewOf(*detail));
@@ -158,11 +166,23 @@ void fillEvent(ProfileEvent& target, const fb::LogEvent& event, Place place,
     target.sampleCount = 1;
 }
 
+void convertAll(const LogEventVector* events, Conversion& conversion,
+                std::vector<ProfileEvent>& out) {
+    if (events == nullptr) {
+        return;
+    }
+    out.reserve(out.size() + events->size());
+    for (size_t position = 0; position < events->size(); ++position) {
+        out.emplace_back();
+        fillEvent(out.back(), *events->Get(position), Place{0, position}, conversion);
+    }
+}
+
 }  // namespace
 
 ProfileEvent convertEvent(const fb::LogEvent& event, EventStore& store,
                           std::list<std::string>& internedStrings) {
-    Conversion conversion{store, internedStrings, store.intern("null")};
+    Conversion conversion{store, store, &internedStrings, store.intern("null")};
     ProfileEvent result;
     fillEvent(result, event, Place{0, 0}, conversion);
     return result;
@@ -170,15 +190,14 @@ ProfileEvent convertEvent(const fb::LogEvent& event, EventStore& store,
 
 void convertEvents(const LogEventVector* events, EventStore& store,
                    std::list<std::string>& internedStrings, std::vector<ProfileEvent>& out) {
-    if (events == nullptr) {
-        return;
-    }
-    Conversion conversion{store, internedStrings, store.intern("null")};
-    out.reserve(out.size() + events->size());
-    for (size_t position = 0; position < events->size(); ++position) {
-        out.emplace_back();
-        fillEvent(out.back(), *events->Get(position), Place{0, position}, conversion);
-    }
+    Conversion conversion{store, store, &internedStrings, store.intern("null")};
+    convertAll(events, conversion, out);
+}
+
+void convertEventsForMessage(const LogEventVector* events, EventStore& names, EventStore& scratch,
+                             std::vector<ProfileEvent>& out) {
+    Conversion conversion{names, scratch, nullptr, names.intern("null")};
+    convertAll(events, conversion, out);
 }
 
 }  // namespace profiling

@@ -25,5 +25,12 @@ ProfileEvent convertEvent(const fb::LogEvent& event, EventStore& store,
 void convertEvents(const LogEventVector* events, EventStore& store,
                    std::list<std::string>& internedStrings, std::vector<ProfileEvent>& out);
 
+// As convertEvents, for events that are needed only until the next message
+// is read: names are interned in `names` (they repeat from call to call),
+// everything else goes to `scratch`, and the value of a string event points
+// at its text in the chunk buffer.
+void convertEventsForMessage(const LogEventVector* events, EventStore& names, EventStore& scratch,
+                             std::vector<ProfileEvent>& out);
+
 }  // namespace profiling
 }  // namespace vek

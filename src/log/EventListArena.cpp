@@ -1,5 +1,7 @@
 #include "log/EventListArena.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <new>
 
 // On Linux, blocks are mapped directly, populated; sanitizer builds use the
@@ -22,18 +24,29 @@ StoredEvents& EventListArena::allocate(size_t count) {
     const size_t bytes = sizeof(StoredEvents) + count * sizeof(ProfileEvent);
     if (bytes > kBlockSize) {
         // Placed before the block being filled, which goes on being filled.
-        Block& own = *blocks_.insert(blocks_.empty() ? blocks_.end() : blocks_.end() - 1,
-                                     newBlock(bytes));
+        const auto at = blocks_.begin() + static_cast<std::ptrdiff_t>(filling_);
+        Block& own = *blocks_.insert(at, newBlock(bytes));
+        if (blocks_.size() > 1) ++filling_;
         own.used = bytes;
         return *new (own.storage.get()) StoredEvents{count};
     }
-    if (blocks_.empty() || blocks_.back().capacity - blocks_.back().used < bytes) {
-        blocks_.push_back(newBlock(kBlockSize));
+    while (filling_ < blocks_.size() && blocks_[filling_].capacity - blocks_[filling_].used < bytes) {
+        ++filling_;
     }
-    Block& block = blocks_.back();
+    if (filling_ == blocks_.size()) blocks_.push_back(newBlock(kBlockSize));
+    Block& block = blocks_[filling_];
     auto* list = new (block.storage.get() + block.used) StoredEvents{count};
     block.used += bytes;
     return *list;
+}
+
+void EventListArena::rewind() {
+    // Blocks of one long list are not worth keeping.
+    blocks_.erase(std::remove_if(blocks_.begin(), blocks_.end(),
+                                 [](const Block& block) { return block.capacity != kBlockSize; }),
+                  blocks_.end());
+    for (Block& block : blocks_) block.used = 0;
+    filling_ = 0;
 }
 
 // Blocks are written in full soon after they are made, so their pages are all

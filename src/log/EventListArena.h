@@ -23,6 +23,11 @@ public:
     // only hold pooled texts and bytes and lists of the same arena.
     StoredEvents& allocate(size_t count);
 
+    // Forgets every list handed out but keeps the blocks, to be filled again:
+    // storage that holds one message at a time then stays in the cache and
+    // costs no fresh pages.
+    void rewind();
+
 private:
     struct BlockRelease {
         size_t size;
@@ -35,7 +40,8 @@ private:
     };
     static Block newBlock(size_t capacity);
 
-    std::vector<Block> blocks_;  // the last one is being filled
+    std::vector<Block> blocks_;
+    size_t filling_ = 0;  // the block being filled; those after it are spare
 };
 
 }  // namespace profiling

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "log/EventConversion.h"
+#include "log/EventCopy.h"
 #include "reader/VekProfileLogReader.h"
 
 namespace vek {
@@ -118,6 +119,38 @@ std::vector<ProfileEvent> executionEvents(VekProfileLogReader& reader,
     return std::move(split.other);
 }
 
+// A summaries-only load: the call is folded into its graph's running
+// summaries and nothing of it is kept beyond the next message. The events
+// are converted into the scratch store; only the few that outlive the call
+// (what the summaries take, the initialisation events) are copied out.
+bool foldGraphSample(VekProfileLogReader& reader, const fb::LogMessage& message,
+                     SummaryStream& stream, bool isExecution) {
+    if (!isVisible(reader, message) || message.graphName() == nullptr) {
+        return false;
+    }
+    StreamedSummaries& streamed = *reader.streamed;
+    const CallTiming timing = timingOf(message);
+    streamed.scratch.clear();
+    streamed.events.clear();
+    convertEventsForMessage(message.events(), reader.eventStore, streamed.scratch,
+                            streamed.events);
+    EventSpan events = streamed.events;
+    SplitEvents split;
+    if (isExecution) {
+        split = splitEvents(std::move(streamed.events));
+        std::vector<ProfileEvent> init = lastingCopies(split.init, reader.eventStore);
+        replaceInitEvents(reader, init);
+        events = split.other;
+    }
+    const std::string graphName = message.graphName()->str();
+    const size_t position = stream.add(graphName, timing.duration, timing.timestamp, events);
+    if (isExecution) {
+        streamed.executionQueueWaits.add(position, graphName, events);
+        streamed.events = std::move(split.other);  // its room serves the next message
+    }
+    return true;
+}
+
 const char* contextBinaryLabel(uint8_t methodType) {
     return methodType == kMethodContextGetBinarySize ? kContextGetBinarySizeLabel
                                                      : kContextGetBinaryLabel;
@@ -126,14 +159,19 @@ const char* contextBinaryLabel(uint8_t methodType) {
 }  // namespace
 
 bool recordExecution(VekProfileLogReader& reader, const fb::LogMessage& message) {
+    if (reader.streamed) return foldGraphSample(reader, message, reader.streamed->executions, true);
     return recordGraphSample(reader, message, reader.executions, reader.executionIndex,
                              reader.runningAverages.executions, &executionEvents);
 }
 
 bool recordApplyBinarySection(VekProfileLogReader& reader, const fb::LogMessage& message) {
-    if (!recordGraphSample(reader, message, reader.applyBinarySections,
-                           reader.applyBinarySectionIndex,
-                           reader.runningAverages.applyBinarySections, &eventsOf)) {
+    const bool recorded =
+        reader.streamed
+            ? foldGraphSample(reader, message, reader.streamed->applyBinarySections, false)
+            : recordGraphSample(reader, message, reader.applyBinarySections,
+                                reader.applyBinarySectionIndex,
+                                reader.runningAverages.applyBinarySections, &eventsOf);
+    if (!recorded) {
         return false;
     }
     reader.hasApplyBinarySections = true;
@@ -141,9 +179,13 @@ bool recordApplyBinarySection(VekProfileLogReader& reader, const fb::LogMessage&
 }
 
 bool recordFinalizeAfterUpdates(VekProfileLogReader& reader, const fb::LogMessage& message) {
-    if (!recordGraphSample(reader, message, reader.finalizeAfterUpdates,
-                           reader.finalizeAfterUpdateIndex,
-                           reader.runningAverages.finalizeAfterUpdates, &eventsOf)) {
+    const bool recorded =
+        reader.streamed
+            ? foldGraphSample(reader, message, reader.streamed->finalizeAfterUpdates, false)
+            : recordGraphSample(reader, message, reader.finalizeAfterUpdates,
+                                reader.finalizeAfterUpdateIndex,
+                                reader.runningAverages.finalizeAfterUpdates, &eventsOf);
+    if (!recorded) {
         return false;
     }
     reader.hasFinalizeAfterUpdates = true;

@@ -15,12 +15,18 @@ namespace profiling {
 
 class AverageBuilder {
 public:
-    void add(const ExecutionSample& sample) {
-        sum_ += sample.netRunUs;
+    AverageBuilder() = default;
+    // Keeps copies of what it needs of the calls' events (texts interned in
+    // `texts`), so that a call's events may go as soon as it is added.
+    explicit AverageBuilder(EventStore& texts) : merger_(texts) {}
+
+    void add(const ExecutionSample& sample) { add(sample.netRunUs, sample.auxValue, sample.events); }
+    void add(uint64_t netRunUs, uint64_t auxValue, EventSpan events) {
+        sum_ += netRunUs;
         // Zero-length calls add nothing to the sum and stay out of the divisor.
-        if (sample.netRunUs > 0) ++nonZero_;
-        auxValue_ = sample.auxValue;  // the last call's remains
-        merger_.merge(sample.events);
+        if (netRunUs > 0) ++nonZero_;
+        auxValue_ = auxValue;  // the last call's remains
+        merger_.merge(events);
         ++count_;
     }
 

@@ -1,5 +1,7 @@
 #include "stats/EventMerger.h"
 
+#include "log/EventCopy.h"
+
 namespace vek {
 namespace profiling {
 namespace {
@@ -21,6 +23,14 @@ EventMerger::EventMerger(std::vector<ProfileEvent> accumulated) : initial_(std::
     for (const ProfileEvent& event : initial_) levels_[kRootLevel].nodes.push_back(nodeOf(event));
 }
 
+EventMerger::EventMerger(EventStore& texts) : copyTexts_(&texts) { levels_.emplace_back(); }
+
+const ProfileEvent& EventMerger::kept(const ProfileEvent& event) {
+    if (copyTexts_ == nullptr) return event;
+    copies_.push_back(std::make_unique<ProfileEvent>(lastingCopy(event, *copyTexts_)));
+    return *copies_.back();
+}
+
 EventMerger::Node EventMerger::nodeOf(const ProfileEvent& event) {
     return Node{&event, event.name.identity(), event.value.payload, 0, kNoLevel};
 }
@@ -30,7 +40,7 @@ void EventMerger::mergeInto(uint32_t level, EventSpan incoming) {
         // The first list is taken as it is, repeated names included.
         levels_[level].nodes.reserve(incoming.size());
         for (const ProfileEvent& event : incoming) {
-            if (event.unit != kUnitObject) levels_[level].nodes.push_back(nodeOf(event));
+            if (event.unit != kUnitObject) levels_[level].nodes.push_back(nodeOf(kept(event)));
         }
         return;
     }
@@ -68,11 +78,13 @@ void EventMerger::mergeInto(uint32_t level, EventSpan incoming) {
 
 void EventMerger::append(uint32_t level, const ProfileEvent& event) {
     Level& here = levels_[level];
-    here.nodes.push_back(nodeOf(event));
+    const ProfileEvent& source = kept(event);
+    here.nodes.push_back(nodeOf(source));
     const size_t position = here.nodes.size() - 1;
     if (here.lookup == nullptr) return;
-    if (here.lookup->hashed) here.lookup->firstByName.emplace(event.name, position);
-    remember(here, event.name, position);
+    // The hash's keys view the names of the nodes' sources.
+    if (here.lookup->hashed) here.lookup->firstByName.emplace(source.name, position);
+    remember(here, source.name, position);
 }
 
 void EventMerger::study(Level& level) {
@@ -187,6 +199,7 @@ std::vector<ProfileEvent> EventMerger::take() {
     initial_.clear();
     levels_.clear();
     levels_.emplace_back();
+    copies_.clear();
     return events;
 }
 

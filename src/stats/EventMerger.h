@@ -12,8 +12,9 @@
 #include <utility>
 #include <vector>
 
-#include "log/TextHash.h"
+#include "log/EventStore.h"
 #include "log/ProfileEvent.h"
+#include "log/TextHash.h"
 
 namespace vek {
 namespace profiling {
@@ -23,11 +24,14 @@ public:
     EventMerger();
     // Goes on from events accumulated before.
     explicit EventMerger(std::vector<ProfileEvent> accumulated);
+    // Copies what it keeps of the events it is given (lastingCopy, texts
+    // interned in `texts`), so that they may go as soon as merge returns.
+    explicit EventMerger(EventStore& texts);
 
     // Merges one call's events: each joins the first accumulated event of the
-    // same name, or is appended (object events are never appended). The
-    // merger refers to the events it is given rather than copying them: they
-    // must stay alive, unchanged, until take().
+    // same name, or is appended (object events are never appended). Unless
+    // the merger copies, it refers to the events it is given: they must stay
+    // alive, unchanged, until take().
     void merge(EventSpan incoming) { mergeInto(kRootLevel, incoming); }
 
     // The accumulated events; the merger starts afresh.
@@ -73,6 +77,8 @@ private:
     };
 
     static Node nodeOf(const ProfileEvent& event);
+    // The event a new node refers to: `event` itself, or a lasting copy.
+    const ProfileEvent& kept(const ProfileEvent& event);
     void mergeInto(uint32_t level, EventSpan incoming);
     void append(uint32_t level, const ProfileEvent& event);
     void study(Level& level);
@@ -86,6 +92,8 @@ private:
 
     std::vector<ProfileEvent> initial_;  // the events a merger went on from
     std::vector<Level> levels_;
+    EventStore* copyTexts_ = nullptr;  // set when the merger copies
+    std::vector<std::unique_ptr<ProfileEvent>> copies_;  // the copies stay where they are
 };
 
 }  // namespace profiling

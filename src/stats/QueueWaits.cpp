@@ -1,5 +1,7 @@
 #include "stats/QueueWaits.h"
 
+#include <utility>
+
 namespace vek {
 namespace profiling {
 namespace {
@@ -12,7 +14,7 @@ void noteIfQueueWait(const ProfileEvent& event, QueueWaitMatch& match) {
 
 }  // namespace
 
-QueueWaitMatch findQueueWaits(const std::vector<ProfileEvent>& events) {
+QueueWaitMatch findQueueWaits(EventSpan events) {
     QueueWaitMatch match;
     for (const ProfileEvent& event : events) {
         noteIfQueueWait(event, match);
@@ -40,6 +42,29 @@ bool collectQueueWaitSeries(const std::vector<GraphSamples>& graphs,
         series.push_back(std::move(waits));
     }
     return true;
+}
+
+void QueueWaitSeriesBuilder::add(size_t position, const std::string& graphName,
+                                 EventSpan events) {
+    if (abandoned_) return;
+    const QueueWaitMatch match = findQueueWaits(events);
+    if (match.count != 1) {
+        abandoned_ = true;
+        series_ = std::vector<QueueWaitSeries>();
+        return;
+    }
+    if (position >= series_.size()) {
+        series_.resize(position + 1);
+        series_[position].graphName = graphName;
+    }
+    series_[position].values.push_back(match.lastPayload);
+}
+
+bool QueueWaitSeriesBuilder::finish(std::vector<QueueWaitSeries>& series) {
+    series = abandoned_ ? std::vector<QueueWaitSeries>() : std::move(series_);
+    const bool built = !abandoned_;
+    *this = QueueWaitSeriesBuilder();
+    return built;
 }
 
 bool collectQueueWaitValues(const std::vector<GraphSummary>& summaries,
