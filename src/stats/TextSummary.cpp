@@ -344,11 +344,20 @@ void VekProfileLogReader::writeReportTo(std::ostream& report, std::ostream* csv)
     }
 }
 
+namespace {
+
+// The CSV export lists every call, which a summaries-only load did not keep:
+// it is refused rather than written short.
+bool refusesCsvExport(const VekProfileLogReader& reader) {
+    if (reader.loadScope != LoadScope::SummariesOnly) return false;
+    vekLog(kLogError, "The CSV export lists every call: load the log in full for it.");
+    return true;
+}
+
+}  // namespace
+
 bool VekProfileLogReader::writeOutput(const std::string& outputPath) {
-    if (!outputPath.empty() && loadScope == LoadScope::SummariesOnly) {
-        vekLog(kLogError, "The CSV export lists every call: load the log in full for it.");
-        return false;
-    }
+    if (!outputPath.empty() && refusesCsvExport(*this)) return false;
     // The CSV export extends an existing file: every run appends its rows.
     std::ofstream csvFile;
     if (!outputPath.empty()) {
@@ -369,7 +378,7 @@ bool VekProfileLogReader::writeOutput(const std::string& outputPath) {
 bool writeSummary(IVekProfileLogReader<VisibilityLevel>* reader, std::ostream& report,
                   std::ostream* csv) {
     auto* own = dynamic_cast<VekProfileLogReader*>(reader);
-    if (own == nullptr) return false;
+    if (own == nullptr || (csv != nullptr && refusesCsvExport(*own))) return false;
     own->writeReportTo(report, csv);
     if (csv != nullptr) csv->flush();
     return report.good() && (csv == nullptr || csv->good());

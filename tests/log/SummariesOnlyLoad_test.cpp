@@ -16,6 +16,7 @@
 #include "log/FlatBufferReaderUtil.h"
 #include "profile_log_generated.h"
 #include "reader/VekProfileLogReaderChrometrace.h"
+#include "support/LogCapture.h"
 #include "support/LogWriter.h"
 
 namespace vek {
@@ -259,6 +260,32 @@ TEST(SummariesOnlyLoadTest, GivesWhatTheFullLoadGivesOnSeededLogs) {
         expectSameOutputs(log, seed % 3 == 0 ? 10 : 127, seed % 2 == 0, work);
         if (HasFailure()) break;  // one seed's differences are enough to read
     }
+}
+
+TEST(SummariesOnlyLoadTest, IsChosenBeforeLoadingAndRefusesTheCsvExport) {
+    TempDir dir;
+    LogWriter log;
+    log.chunk().message(MessageSpec(kExecute).graph("g0").times(10, 30).withEvents(
+        {EventSpec::u64("Accelerator", 12)}));
+    writeLog(log.bytes(), dir.file("run.log"));
+    VekProfileLogReader reader(dir.file("run.log"), static_cast<VisibilityLevel>(127));
+    LogCapture capture;
+
+    EXPECT_FALSE(setLoadScope(nullptr, LoadScope::SummariesOnly));
+    ASSERT_TRUE(setLoadScope(&reader, LoadScope::SummariesOnly));
+    ASSERT_TRUE(reader.loadLog(false));
+    EXPECT_FALSE(setLoadScope(&reader, LoadScope::Full)) << "the model is loaded already";
+    EXPECT_TRUE(reader.executions.empty()) << "no call is kept";
+    ASSERT_EQ(reader.executeStats.average.size(), 1u);
+    EXPECT_EQ(reader.executeStats.average[0].netRunUs, 20u);
+
+    std::ostringstream report;
+    std::ostringstream csv;
+    EXPECT_FALSE(writeSummary(&reader, report, &csv));
+    EXPECT_FALSE(reader.writeOutput(dir.file("calls.csv")));
+    EXPECT_FALSE(fs::exists(dir.file("calls.csv")));
+    EXPECT_EQ(capture.count("The CSV export lists every call: load the log in full for it."), 2u);
+    EXPECT_TRUE(writeSummary(&reader, report, nullptr)) << "the text summary alone is fine";
 }
 
 bool holdsTextValue(const flatbuffers::Vector<flatbuffers::Offset<fb::LogEvent>>* events) {

@@ -58,6 +58,7 @@ std::unique_ptr<ReaderPlugin> ReaderPlugin::open(const std::string& path, std::s
     plugin->graphsSlowerBy_ = lookUpDeclared(plugin->library_, &profiling::graphsSlowerBy);
     plugin->writeTopView_ = lookUpDeclared(plugin->library_, &profiling::writeTopView);
     plugin->writeDiffView_ = lookUpDeclared(plugin->library_, &profiling::writeDiffView);
+    plugin->setLoadScope_ = lookUpDeclared(plugin->library_, &profiling::setLoadScope);
     return plugin;
 }
 
@@ -139,6 +140,10 @@ bool ReaderPlugin::writeDiffView(const profiling::LogDiff& diff,
                                  std::ostream& out) const {
     if (writeDiffView_ == nullptr) return missingOperation("writeDiffView");
     return writeDiffView_(diff, options, out);
+}
+
+void ReaderPlugin::setLoadScope(Reader* reader, profiling::LoadScope scope) const {
+    if (setLoadScope_ != nullptr) setLoadScope_(reader, scope);
 }
 
 std::string installedPluginPath() {

@@ -63,6 +63,10 @@ public:
     bool writeDiffView(const profiling::LogDiff& diff, const profiling::DiffViewOptions& options,
                        std::ostream& out) const;
 
+    // Chooses how much of the log the reader's loadLog keeps; a plug-in
+    // without the choice always keeps everything, which reports the same.
+    void setLoadScope(Reader* reader, profiling::LoadScope scope) const;
+
 private:
     ReaderPlugin() = default;
 
@@ -79,6 +83,7 @@ private:
     decltype(&profiling::graphsSlowerBy) graphsSlowerBy_ = nullptr;
     decltype(&profiling::writeTopView) writeTopView_ = nullptr;
     decltype(&profiling::writeDiffView) writeDiffView_ = nullptr;
+    decltype(&profiling::setLoadScope) setLoadScope_ = nullptr;
 };
 
 // The plug-in this tool was built and installed with.

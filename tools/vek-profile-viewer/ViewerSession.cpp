@@ -75,7 +75,8 @@ bool ViewerSession::start() {
     return true;
 }
 
-ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, ReaderKind kind) {
+ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, ReaderKind kind,
+                                                  LogContent content) {
     const std::string path = absolutePath(logPath);
     const auto level = static_cast<profiling::VisibilityLevel>(options_.visibilityLevel);
     ReaderPlugin::ReaderHandle reader = kind == ReaderKind::Summary
@@ -85,6 +86,9 @@ ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, Re
         fail("the reader plug-in could not create a reader");
         return reader;
     }
+    plugin_->setLoadScope(reader.get(), content == LogContent::SummariesOnly
+                                            ? profiling::LoadScope::SummariesOnly
+                                            : profiling::LoadScope::Full);
     auto* loadable = static_cast<LoadableReader*>(reader.get());
     if (!loadable->loadLog(options_.saveObjects)) {
         fail("cannot read the profile log " + logPath);
