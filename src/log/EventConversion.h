@@ -6,13 +6,12 @@
 #include <vector>
 
 #include "log/EventStore.h"
+#include "log/LogEventFields.h"
 #include "log/ProfileEvent.h"
 #include "profile_log_generated.h"
 
 namespace vek {
 namespace profiling {
-
-using LogEventVector = flatbuffers::Vector<flatbuffers::Offset<fb::LogEvent>>;
 
 // Converts one event with its sub-events (depth first, file order). Names,
 // details, bytes and the lists of sub-events are kept in `store`; the text of
@@ -25,12 +24,15 @@ ProfileEvent convertEvent(const fb::LogEvent& event, EventStore& store,
 void convertEvents(const LogEventVector* events, EventStore& store,
                    std::list<std::string>& internedStrings, std::vector<ProfileEvent>& out);
 
-// As convertEvents, for events that are needed only until the next message
-// is read: names are interned in `names` (they repeat from call to call),
-// everything else goes to `scratch`, and the value of a string event points
-// at its text in the chunk buffer.
-void convertEventsForMessage(const LogEventVector* events, EventStore& names, EventStore& scratch,
-                             std::vector<ProfileEvent>& out);
+// As convertEvents, for the events of one message, kept apart from the
+// others so that their room can be used again: names are interned in `names`
+// (they repeat from call to call), everything else, the text of string values
+// included, goes to `messageStore`.
+void convertEventsForMessage(const LogEventVector* events, EventStore& names,
+                             EventStore& messageStore, std::vector<ProfileEvent>& out);
+// One event, with its sub-events, converted as convertEventsForMessage does.
+ProfileEvent convertEventForMessage(const fb::LogEvent& event, EventStore& names,
+                                    EventStore& messageStore);
 
 }  // namespace profiling
 }  // namespace vek

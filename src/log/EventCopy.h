@@ -1,6 +1,6 @@
 // Copies of events that outlive the store they were converted into: what a
-// summaries-only load keeps of a message after the next one has taken its
-// place in the scratch store.
+// summaries-only load keeps of a message once the message's store is used
+// for another.
 #pragma once
 
 #include <vector>
@@ -11,15 +11,14 @@
 namespace vek {
 namespace profiling {
 
-// A deep copy of `event` that refers to nothing of the scratch store: its
-// lists of children and its bytes are its own (freed with the copy), its
-// detail and the text of a string value are interned in `texts`. Its name is
-// shared as it is, so it must already live as long as the copy (a loaded
-// event's name is interned in the reader's store).
-ProfileEvent lastingCopy(const ProfileEvent& event, EventStore& texts);
+// A deep copy of `event` that refers to `store` alone: its lists of children,
+// its bytes, its detail and the text of a string value are kept there. An
+// interned name is shared as it is, so its pool must live as long as `store`
+// (a loaded event's name is interned in the reader's store).
+ProfileEvent lastingCopy(const ProfileEvent& event, EventStore& store);
 
 // lastingCopy of every event, in order.
-std::vector<ProfileEvent> lastingCopies(EventSpan events, EventStore& texts);
+std::vector<ProfileEvent> lastingCopies(EventSpan events, EventStore& store);
 
 }  // namespace profiling
 }  // namespace vek

@@ -17,6 +17,8 @@ namespace {
 
 // Lists are cut from blocks of this size; a longer list gets a block of its own.
 constexpr size_t kBlockSize = size_t{1} << 20;
+// The first block of an arena; each next one is twice the size, up to kBlockSize.
+constexpr size_t kFirstBlockSize = size_t{16} << 10;
 
 }  // namespace
 
@@ -28,12 +30,18 @@ StoredEvents& EventListArena::allocate(size_t count) {
         Block& own = *blocks_.insert(at, newBlock(bytes));
         if (blocks_.size() > 1) ++filling_;
         own.used = bytes;
+        own.ownList = true;
         return *new (own.storage.get()) StoredEvents{count};
     }
-    while (filling_ < blocks_.size() && blocks_[filling_].capacity - blocks_[filling_].used < bytes) {
+    while (filling_ < blocks_.size() &&
+           blocks_[filling_].capacity - blocks_[filling_].used < bytes) {
         ++filling_;
     }
-    if (filling_ == blocks_.size()) blocks_.push_back(newBlock(kBlockSize));
+    if (filling_ == blocks_.size()) {
+        nextBlockSize_ = nextBlockSize_ == 0 ? kFirstBlockSize
+                                             : std::min(kBlockSize, nextBlockSize_ * 2);
+        blocks_.push_back(newBlock(std::max(nextBlockSize_, bytes)));
+    }
     Block& block = blocks_[filling_];
     auto* list = new (block.storage.get() + block.used) StoredEvents{count};
     block.used += bytes;
@@ -43,35 +51,42 @@ StoredEvents& EventListArena::allocate(size_t count) {
 void EventListArena::rewind() {
     // Blocks of one long list are not worth keeping.
     blocks_.erase(std::remove_if(blocks_.begin(), blocks_.end(),
-                                 [](const Block& block) { return block.capacity != kBlockSize; }),
+                                 [](const Block& block) { return block.ownList; }),
                   blocks_.end());
     for (Block& block : blocks_) block.used = 0;
     filling_ = 0;
 }
 
-// Blocks are written in full soon after they are made, so their pages are all
-// mapped at once: one system call instead of a page fault per page, which
-// costs dearly under virtualisation.
+// Full-size blocks are written in full soon after they are made, so their
+// pages are all mapped at once: one system call instead of a page fault per
+// page, which costs dearly under virtualisation. Smaller ones come from the
+// heap.
 EventListArena::Block EventListArena::newBlock(size_t capacity) {
+    bool mapped = false;
+    void* storage = nullptr;
 #if defined(VEK_MAP_EVENT_BLOCKS)
-    void* storage = mmap(nullptr, capacity, PROT_READ | PROT_WRITE,
-                         MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
-    if (storage == MAP_FAILED) throw std::bad_alloc();
-#else
-    // Not value-initialised: every byte handed out is written by its user.
-    void* storage = new unsigned char[capacity];
+    if (capacity >= kBlockSize) {
+        storage = mmap(nullptr, capacity, PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+        if (storage == MAP_FAILED) throw std::bad_alloc();
+        mapped = true;
+    }
 #endif
+    // Not value-initialised: every byte handed out is written by its user.
+    if (!mapped) storage = new unsigned char[capacity];
     return Block{std::unique_ptr<unsigned char[], BlockRelease>(
-                     static_cast<unsigned char*>(storage), BlockRelease{capacity}),
-                 capacity, 0};
+                     static_cast<unsigned char*>(storage), BlockRelease{capacity, mapped}),
+                 capacity, 0, false};
 }
 
 void EventListArena::BlockRelease::operator()(unsigned char* storage) const {
 #if defined(VEK_MAP_EVENT_BLOCKS)
-    munmap(storage, size);
-#else
-    delete[] storage;
+    if (mapped) {
+        munmap(storage, size);
+        return;
+    }
 #endif
+    delete[] storage;
 }
 
 }  // namespace profiling

@@ -31,17 +31,22 @@ public:
 private:
     struct BlockRelease {
         size_t size;
+        bool mapped;
         void operator()(unsigned char* storage) const;
     };
     struct Block {
         std::unique_ptr<unsigned char[], BlockRelease> storage;
         size_t capacity = 0;
         size_t used = 0;
+        bool ownList = false;  // made for one list longer than a block
     };
     static Block newBlock(size_t capacity);
 
     std::vector<Block> blocks_;
     size_t filling_ = 0;  // the block being filled; those after it are spare
+    // Blocks start small and double up to their full size, so that an arena
+    // that holds a few small trees stays small.
+    size_t nextBlockSize_ = 0;
 };
 
 }  // namespace profiling

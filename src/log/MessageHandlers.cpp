@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "log/EventConversion.h"
-#include "log/EventCopy.h"
 #include "reader/VekProfileLogReader.h"
 
 namespace vek {
@@ -119,10 +118,19 @@ std::vector<ProfileEvent> executionEvents(VekProfileLogReader& reader,
     return std::move(split.other);
 }
 
+bool hasInitEvent(const LogEventVector* events) {
+    if (events == nullptr) return false;
+    for (const fb::LogEvent* event : *events) {
+        if (event->identifier() == kInitEventIdentifier) return true;
+    }
+    return false;
+}
+
 // A summaries-only load: the call is folded into its graph's running
-// summaries and nothing of it is kept beyond the next message. The events
-// are converted into the scratch store; only the few that outlive the call
-// (what the summaries take, the initialisation events) are copied out.
+// summaries as the log holds it, and nothing of it is kept but what they
+// hold on to. Its events are converted only when something keeps them (the
+// call is the longest or the shortest so far, or carries initialisation
+// events), into a message store that the keepers hold.
 bool foldGraphSample(VekProfileLogReader& reader, const fb::LogMessage& message,
                      SummaryStream& stream, bool isExecution) {
     if (!isVisible(reader, message) || message.graphName() == nullptr) {
@@ -130,23 +138,35 @@ bool foldGraphSample(VekProfileLogReader& reader, const fb::LogMessage& message,
     }
     StreamedSummaries& streamed = *reader.streamed;
     const CallTiming timing = timingOf(message);
-    streamed.scratch.clear();
-    streamed.events.clear();
-    convertEventsForMessage(message.events(), reader.eventStore, streamed.scratch,
-                            streamed.events);
-    EventSpan events = streamed.events;
-    SplitEvents split;
-    if (isExecution) {
-        split = splitEvents(std::move(streamed.events));
-        std::vector<ProfileEvent> init = lastingCopies(split.init, reader.eventStore);
-        replaceInitEvents(reader, init);
-        events = split.other;
-    }
+    const LogEventVector* logged = message.events();
     const std::string graphName = message.graphName()->str();
-    const size_t position = stream.add(graphName, timing.duration, timing.timestamp, events);
-    if (isExecution) {
-        streamed.executionQueueWaits.add(position, graphName, events);
+    const SummaryStream::Fold fold = stream.fold(graphName, timing.duration, timing.timestamp,
+                                                 logged, reader.eventStore, isExecution);
+    const bool withInitEvents = isExecution && hasInitEvent(logged);
+    if (fold.longest || fold.shortest || withInitEvents) {
+        streamed.events.clear();
+        convertEventsForMessage(logged, reader.eventStore, streamed.messages.startMessage(),
+                                streamed.events);
+        SplitEvents split;
+        if (isExecution) {
+            split = splitEvents(std::move(streamed.events));
+        } else {
+            split.other = std::move(streamed.events);
+        }
+        if (fold.longest || fold.shortest) stream.choose(fold, split.other);
+        if (withInitEvents) {
+            streamed.messages.release(
+                std::exchange(streamed.initEventsStore, streamed.messages.holdCurrent()));
+            replaceInitEvents(reader, split.init);
+        }
         streamed.events = std::move(split.other);  // its room serves the next message
+    }
+    if (isExecution && !withInitEvents && reader.hasInitEvents) {
+        streamed.messages.release(std::exchange(streamed.initEventsStore, nullptr));
+        reader.initEvents.clear();
+    }
+    if (isExecution) {
+        streamed.executionQueueWaits.add(fold.position, graphName, findQueueWaits(logged));
     }
     return true;
 }

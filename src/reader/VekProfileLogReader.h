@@ -102,6 +102,9 @@ public:
     // Names, details, bytes and sub-event lists of every loaded event; declared
     // first so that it outlives every event that refers to it.
     EventStore eventStore;
+    // After a summaries-only load: the stores of the few messages whose
+    // events the summaries and initEvents are.
+    std::vector<std::shared_ptr<EventStore>> messageStores;
     uint64_t initTimestamp = 0;
     uint64_t initDuration = 0;
     uint64_t contextCreateTimestamp = 0;

@@ -16,18 +16,20 @@ namespace profiling {
 class AverageBuilder {
 public:
     AverageBuilder() = default;
-    // Keeps copies of what it needs of the calls' events (texts interned in
-    // `texts`), so that a call's events may go as soon as it is added.
-    explicit AverageBuilder(EventStore& texts) : merger_(texts) {}
+    // Keeps copies of what it needs of the calls' events in `lasting`, so
+    // that a call's events may go as soon as it is added.
+    explicit AverageBuilder(EventStore& lasting) : merger_(lasting) {}
 
-    void add(const ExecutionSample& sample) { add(sample.netRunUs, sample.auxValue, sample.events); }
-    void add(uint64_t netRunUs, uint64_t auxValue, EventSpan events) {
-        sum_ += netRunUs;
-        // Zero-length calls add nothing to the sum and stay out of the divisor.
-        if (netRunUs > 0) ++nonZero_;
-        auxValue_ = auxValue;  // the last call's remains
-        merger_.merge(events);
-        ++count_;
+    void add(const ExecutionSample& sample) {
+        countCall(sample.netRunUs, sample.auxValue);
+        merger_.merge(sample.events);
+    }
+    // A call whose events are read in place from the log (EventMerger::merge);
+    // needs the copying constructor.
+    void add(uint64_t netRunUs, uint64_t auxValue, const LogEventVector* events,
+             EventStore& names, bool withoutInitEvents) {
+        countCall(netRunUs, auxValue);
+        merger_.merge(events, names, withoutInitEvents);
     }
 
     // How many calls were added.
@@ -38,6 +40,14 @@ public:
     StatSummary finish();
 
 private:
+    void countCall(uint64_t netRunUs, uint64_t auxValue) {
+        sum_ += netRunUs;
+        // Zero-length calls add nothing to the sum and stay out of the divisor.
+        if (netRunUs > 0) ++nonZero_;
+        auxValue_ = auxValue;  // the last call's remains
+        ++count_;
+    }
+
     uint64_t sum_ = 0;
     uint64_t nonZero_ = 0;
     uint64_t auxValue_ = 0;

@@ -1,5 +1,8 @@
 #include "stats/EventMerger.h"
 
+#include <string_view>
+
+#include "log/EventConversion.h"
 #include "log/EventCopy.h"
 
 namespace vek {
@@ -13,6 +16,83 @@ constexpr size_t kHashedWidth = 16;
 // How many interned texts a level remembers; beyond that it compares text.
 constexpr size_t kKnownTextLimit = 32;
 
+using Copies = std::vector<std::unique_ptr<ProfileEvent>>;
+
+const ProfileEvent& keepCopy(Copies& copies, ProfileEvent&& copy) {
+    copies.push_back(std::make_unique<ProfileEvent>(std::move(copy)));
+    return *copies.back();
+}
+
+// The events of a call loaded into the model, as the merge reads them.
+struct LoadedEvents {
+    EventSpan events;
+
+    struct Event {
+        const ProfileEvent& event;
+        const EventText& name() const { return event.name; }
+        uint32_t unit() const { return event.unit; }
+        uint64_t payload() const { return event.value.payload; }
+        bool hasChildren() const { return !event.children.empty(); }
+        LoadedEvents children() const { return LoadedEvents{event.children}; }
+        // What a new node refers to: the event itself, or a copy in `lasting`.
+        const ProfileEvent& source(EventStore* lasting, Copies& copies) const {
+            if (lasting == nullptr) return event;
+            return keepCopy(copies, lastingCopy(event, *lasting));
+        }
+    };
+
+    size_t size() const { return events.size(); }
+    bool leftOut(size_t) const { return false; }
+    Event operator[](size_t index) const { return Event{events[index]}; }
+};
+
+// The events of a call read in place from the log. Only the fields the merge
+// needs are read; names are interned, so that they compare by identity.
+struct LoggedEvents {
+    const LogEventVector* events;
+    EventStore* names;
+    size_t depth;
+    bool withoutInitEvents;  // at the top level
+
+    struct Event {
+        const fb::LogEvent& table;
+        LogEventFields fields;
+        EventText nameText;
+        EventStore* names;
+        size_t depth;
+
+        const EventText& name() const { return nameText; }
+        uint32_t unit() const { return fields.scalar<uint32_t>(fb::LogEvent::VT_UNIT); }
+        uint64_t payload() const { return payloadOf(fields); }
+        const LogEventVector* subEvents() const {
+            return fields.pointer<LogEventVector>(fb::LogEvent::VT_SUBEVENTS);
+        }
+        bool hasChildren() const {
+            const LogEventVector* children = subEvents();
+            return children != nullptr && children->size() != 0;
+        }
+        LoggedEvents children() const { return LoggedEvents{subEvents(), names, depth + 1, false}; }
+        const ProfileEvent& source(EventStore* lasting, Copies& copies) const {
+            return keepCopy(copies, convertEventForMessage(table, *names, *lasting));
+        }
+    };
+
+    size_t size() const { return events != nullptr ? events->size() : 0; }
+    bool leftOut(size_t index) const {
+        return withoutInitEvents && events->Get(index)->identifier() == kInitEventIdentifier;
+    }
+    Event operator[](size_t index) const {
+        const fb::LogEvent& table = *events->Get(index);
+        LogEventFields fields(table);
+        const auto* name = fields.pointer<flatbuffers::String>(fb::LogEvent::VT_NAME);
+        EventText nameText =
+            name != nullptr
+                ? names->internName(std::string_view(name->c_str(), name->size()), depth, index)
+                : names->intern("null");
+        return Event{table, fields, std::move(nameText), names, depth};
+    }
+};
+
 }  // namespace
 
 EventMerger::EventMerger() { levels_.emplace_back(); }
@@ -23,24 +103,30 @@ EventMerger::EventMerger(std::vector<ProfileEvent> accumulated) : initial_(std::
     for (const ProfileEvent& event : initial_) levels_[kRootLevel].nodes.push_back(nodeOf(event));
 }
 
-EventMerger::EventMerger(EventStore& texts) : copyTexts_(&texts) { levels_.emplace_back(); }
+EventMerger::EventMerger(EventStore& lasting) : lasting_(&lasting) { levels_.emplace_back(); }
 
-const ProfileEvent& EventMerger::kept(const ProfileEvent& event) {
-    if (copyTexts_ == nullptr) return event;
-    copies_.push_back(std::make_unique<ProfileEvent>(lastingCopy(event, *copyTexts_)));
-    return *copies_.back();
+void EventMerger::merge(EventSpan incoming) { mergeInto(kRootLevel, LoadedEvents{incoming}); }
+
+void EventMerger::merge(const LogEventVector* incoming, EventStore& names,
+                        bool withoutInitEvents) {
+    mergeInto(kRootLevel, LoggedEvents{incoming, &names, 0, withoutInitEvents});
 }
 
 EventMerger::Node EventMerger::nodeOf(const ProfileEvent& event) {
     return Node{&event, event.name.identity(), event.value.payload, 0, kNoLevel};
 }
 
-void EventMerger::mergeInto(uint32_t level, EventSpan incoming) {
+template <typename Incoming>
+void EventMerger::mergeInto(uint32_t level, const Incoming& incoming) {
     if (levels_[level].nodes.empty()) {
         // The first list is taken as it is, repeated names included.
         levels_[level].nodes.reserve(incoming.size());
-        for (const ProfileEvent& event : incoming) {
-            if (event.unit != kUnitObject) levels_[level].nodes.push_back(nodeOf(kept(event)));
+        for (size_t i = 0; i < incoming.size(); ++i) {
+            if (incoming.leftOut(i)) continue;
+            const auto event = incoming[i];
+            if (event.unit() != kUnitObject) {
+                levels_[level].nodes.push_back(nodeOf(event.source(lasting_, copies_)));
+            }
         }
         return;
     }
@@ -50,35 +136,38 @@ void EventMerger::mergeInto(uint32_t level, EventSpan incoming) {
     Node* nodes = levels_[level].nodes.data();
     size_t nodeCount = levels_[level].nodes.size();
     const bool distinctNames = levels_[level].distinctNames;
+    size_t place = 0;  // among the events not left out
     for (size_t i = 0; i < incoming.size(); ++i) {
-        const ProfileEvent& event = incoming[i];
+        if (incoming.leftOut(i)) continue;
+        const auto event = incoming[i];
+        const EventText& name = event.name();
         // Calls of one graph mostly repeat the same events in the same
         // order, so the node at the same position usually carries this very
         // name; with distinct names it is then the first match.
         const bool samePlace =
-            distinctNames && i < nodeCount && nodes[i].name == event.name.identity();
-        const size_t position = samePlace ? i : findFirst(levels_[level], event.name);
+            distinctNames && place < nodeCount && nodes[place].name == name.identity();
+        const size_t position = samePlace ? place : findFirst(levels_[level], name);
+        ++place;
         if (position == kNotFound) {
-            if (event.unit != kUnitObject) {
-                append(level, event);
+            if (event.unit() != kUnitObject) {
+                append(level, event.source(lasting_, copies_));
                 nodes = levels_[level].nodes.data();
                 nodeCount = levels_[level].nodes.size();
             }
             continue;
         }
         Node& node = nodes[position];
-        node.payload += event.value.payload;
+        node.payload += event.payload();
         ++node.joined;
-        if (event.children.empty()) continue;
+        if (!event.hasChildren()) continue;
         const uint32_t children =
             node.children != kNoLevel ? node.children : childLevel(level, position);
-        mergeInto(children, event.children);
+        mergeInto(children, event.children());
     }
 }
 
-void EventMerger::append(uint32_t level, const ProfileEvent& event) {
+void EventMerger::append(uint32_t level, const ProfileEvent& source) {
     Level& here = levels_[level];
-    const ProfileEvent& source = kept(event);
     here.nodes.push_back(nodeOf(source));
     const size_t position = here.nodes.size() - 1;
     if (here.lookup == nullptr) return;

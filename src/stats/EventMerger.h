@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "log/EventStore.h"
+#include "log/LogEventFields.h"
 #include "log/ProfileEvent.h"
 #include "log/TextHash.h"
 
@@ -24,15 +25,21 @@ public:
     EventMerger();
     // Goes on from events accumulated before.
     explicit EventMerger(std::vector<ProfileEvent> accumulated);
-    // Copies what it keeps of the events it is given (lastingCopy, texts
-    // interned in `texts`), so that they may go as soon as merge returns.
-    explicit EventMerger(EventStore& texts);
+    // Keeps copies of what it keeps of the events it is given, in `lasting`,
+    // so that they may go as soon as merge returns.
+    explicit EventMerger(EventStore& lasting);
 
     // Merges one call's events: each joins the first accumulated event of the
     // same name, or is appended (object events are never appended). Unless
     // the merger copies, it refers to the events it is given: they must stay
     // alive, unchanged, until take().
-    void merge(EventSpan incoming) { mergeInto(kRootLevel, incoming); }
+    void merge(EventSpan incoming);
+    // The same for a call's events read in place from the log, without
+    // converting them: only an event that is appended is converted (into the
+    // store given at construction, which this needs). Names are interned in
+    // `names`. With `withoutInitEvents`, the top-level initialisation events
+    // (of an execution) are passed over, as if the call did not have them.
+    void merge(const LogEventVector* incoming, EventStore& names, bool withoutInitEvents);
 
     // The accumulated events; the merger starts afresh.
     std::vector<ProfileEvent> take();
@@ -77,10 +84,10 @@ private:
     };
 
     static Node nodeOf(const ProfileEvent& event);
-    // The event a new node refers to: `event` itself, or a lasting copy.
-    const ProfileEvent& kept(const ProfileEvent& event);
-    void mergeInto(uint32_t level, EventSpan incoming);
-    void append(uint32_t level, const ProfileEvent& event);
+    // Reads the incoming events: LoadedEvents or LoggedEvents (EventMerger.cpp).
+    template <typename Incoming>
+    void mergeInto(uint32_t level, const Incoming& incoming);
+    void append(uint32_t level, const ProfileEvent& source);
     void study(Level& level);
     size_t findFirst(Level& level, const EventText& name);
     static size_t findByText(Level& level, const EventText& name);
@@ -92,8 +99,9 @@ private:
 
     std::vector<ProfileEvent> initial_;  // the events a merger went on from
     std::vector<Level> levels_;
-    EventStore* copyTexts_ = nullptr;  // set when the merger copies
-    std::vector<std::unique_ptr<ProfileEvent>> copies_;  // the copies stay where they are
+    EventStore* lasting_ = nullptr;  // set when the merger copies
+    // The copies the nodes refer to; each stays where it is.
+    std::vector<std::unique_ptr<ProfileEvent>> copies_;
 };
 
 }  // namespace profiling

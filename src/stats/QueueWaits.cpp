@@ -23,6 +23,25 @@ QueueWaitMatch findQueueWaits(EventSpan events) {
     return match;
 }
 
+QueueWaitMatch findQueueWaits(const LogEventVector* events) {
+    QueueWaitMatch match;
+    if (events == nullptr) return match;
+    const auto note = [&match](const fb::LogEvent& event) {
+        const LogEventFields fields(event);
+        if (fields.scalar<uint32_t>(fb::LogEvent::VT_IDENTIFIER) != kQueueWaitIdentifier) return;
+        ++match.count;
+        match.lastPayload = payloadOf(fields);
+    };
+    for (const fb::LogEvent* event : *events) {
+        if (event->identifier() == kInitEventIdentifier) continue;
+        note(*event);
+        if (const LogEventVector* children = event->subEvents()) {
+            for (const fb::LogEvent* child : *children) note(*child);
+        }
+    }
+    return match;
+}
+
 bool collectQueueWaitSeries(const std::vector<GraphSamples>& graphs,
                             std::vector<QueueWaitSeries>& series) {
     series.clear();
@@ -45,9 +64,8 @@ bool collectQueueWaitSeries(const std::vector<GraphSamples>& graphs,
 }
 
 void QueueWaitSeriesBuilder::add(size_t position, const std::string& graphName,
-                                 EventSpan events) {
+                                 QueueWaitMatch match) {
     if (abandoned_) return;
-    const QueueWaitMatch match = findQueueWaits(events);
     if (match.count != 1) {
         abandoned_ = true;
         series_ = std::vector<QueueWaitSeries>();

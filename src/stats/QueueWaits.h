@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "log/LogEventFields.h"
 #include "log/ProfileEvent.h"
 #include "stats/StatSummary.h"
 
@@ -26,6 +27,9 @@ struct QueueWaitMatch {
 // identifier and such direct children of top-level events. Deeper events
 // are not searched.
 QueueWaitMatch findQueueWaits(EventSpan events);
+// The same for an execution's events read in place from the log; its
+// initialisation events are not among them.
+QueueWaitMatch findQueueWaits(const LogEventVector* events);
 
 // One series per graph with the queue wait of every call. When a call has
 // no queue wait or several, `series` is left empty and false is returned.
@@ -37,9 +41,10 @@ bool collectQueueWaitSeries(const std::vector<GraphSamples>& graphs,
 class QueueWaitSeriesBuilder {
 public:
     // Adds the queue wait of one call of the graph at `position` (graphs
-    // come in at the end of the list, one position after the other). A call
-    // with no queue wait or several gives up the whole list.
-    void add(size_t position, const std::string& graphName, EventSpan events);
+    // come in at the end of the list, one position after the other), as
+    // findQueueWaits found it. A call with no queue wait or several gives up
+    // the whole list.
+    void add(size_t position, const std::string& graphName, QueueWaitMatch match);
     // What collectQueueWaitSeries gives for the calls added; the builder
     // starts afresh.
     bool finish(std::vector<QueueWaitSeries>& series);

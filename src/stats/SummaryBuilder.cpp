@@ -65,10 +65,11 @@ void VekProfileLogReader::buildStatistics() {
     std::vector<QueueWaitSeries> streamedSeries;
     bool streamedSeriesBuilt = false;
     if (summariesOnly) {
-        executeStats = streamed->executions.finish(&executionObjectEvents);
-        applyBinarySectionStats = streamed->applyBinarySections.finish();
-        finalizeAfterUpdatesStats = streamed->finalizeAfterUpdates.finish();
+        executeStats = streamed->executions.finish(messageStores, &executionObjectEvents);
+        applyBinarySectionStats = streamed->applyBinarySections.finish(messageStores);
+        finalizeAfterUpdatesStats = streamed->finalizeAfterUpdates.finish(messageStores);
         streamedSeriesBuilt = streamed->executionQueueWaits.finish(streamedSeries);
+        if (streamed->initEventsStore) messageStores.push_back(std::move(streamed->initEventsStore));
         streamed.reset();
     } else {
         executeStats = summarize(executions, runningAverages.executions);

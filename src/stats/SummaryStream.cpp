@@ -2,59 +2,69 @@
 
 #include <utility>
 
-#include "log/EventCopy.h"
+#include "log/EventConversion.h"
 
 namespace vek {
 namespace profiling {
-namespace {
 
-GraphSummary summaryOf(const std::string& graphName, uint64_t netRunUs, uint64_t auxValue,
-                       std::vector<ProfileEvent>&& events) {
-    return GraphSummary{graphName, netRunUs, auxValue, std::move(events)};
-}
-
-}  // namespace
-
-size_t SummaryStream::add(const std::string& graphName, uint64_t netRunUs, uint64_t auxValue,
-                          EventSpan events) {
+SummaryStream::Fold SummaryStream::fold(const std::string& graphName, uint64_t netRunUs,
+                                        uint64_t auxValue, const LogEventVector* events,
+                                        EventStore& names, bool withoutInitEvents) {
     const size_t graphsBefore = graphs_.size();
     GraphFold& graph = index_.findOrAppend(graphs_, graphName);
-    if (graphs_.size() != graphsBefore) graph.average = AverageBuilder(*texts_);
+    if (graphs_.size() != graphsBefore) graph.average = AverageBuilder(*lasting_);
 
-    graph.average.add(netRunUs, auxValue, events);
-    // Ties go to the later call, for the maximum and the minimum alike; calls
-    // of 0 us are no candidates for the minimum.
-    if (netRunUs >= graph.maximum.netRunUs) {
-        graph.maximum = ChosenCall{netRunUs, auxValue, lastingCopies(events, *texts_)};
-    }
-    if (netRunUs != 0 && netRunUs <= graph.minimum.netRunUs) {
-        graph.minimum = ChosenCall{netRunUs, auxValue, lastingCopies(events, *texts_)};
-    }
-    if (keepObjectEvents_) {
-        for (const ProfileEvent& event : events) {
-            if (event.unit == kUnitObject) {
-                graph.objectEvents.push_back(lastingCopy(event, *texts_));
+    graph.average.add(netRunUs, auxValue, events, names, withoutInitEvents);
+    if (keepObjectEvents_ && events != nullptr) {
+        for (const fb::LogEvent* event : *events) {
+            if (withoutInitEvents && event->identifier() == kInitEventIdentifier) continue;
+            if (event->unit() == kUnitObject) {
+                graph.objectEvents.push_back(convertEventForMessage(*event, names, *lasting_));
             }
         }
     }
-    return static_cast<size_t>(&graph - graphs_.data());
+    foldedNetRunUs_ = netRunUs;
+    foldedAuxValue_ = auxValue;
+    Fold fold;
+    fold.position = static_cast<size_t>(&graph - graphs_.data());
+    // Ties go to the later call, for the maximum and the minimum alike; calls
+    // of 0 us are no candidates for the minimum.
+    fold.longest = netRunUs >= graph.maximum.netRunUs;
+    fold.shortest = netRunUs != 0 && netRunUs <= graph.minimum.netRunUs;
+    return fold;
 }
 
-SummaryLists SummaryStream::finish(std::vector<ProfileEvent>* objectEvents) {
+void SummaryStream::choose(const Fold& fold, EventSpan events) {
+    GraphFold& graph = graphs_[fold.position];
+    if (fold.longest) take(graph.maximum, events);
+    if (fold.shortest) take(graph.minimum, events);
+}
+
+// The chosen call's events stay where they are: the call keeps the message's
+// store rather than a copy of them.
+void SummaryStream::take(ChosenCall& chosen, EventSpan events) {
+    chosen.netRunUs = foldedNetRunUs_;
+    chosen.auxValue = foldedAuxValue_;
+    chosen.events.assign(events.begin(), events.end());
+    messages_->release(std::exchange(chosen.store, messages_->holdCurrent()));
+}
+
+SummaryLists SummaryStream::finish(std::vector<std::shared_ptr<EventStore>>& stores,
+                                   std::vector<ProfileEvent>* objectEvents) {
     SummaryLists lists;
     lists.average.reserve(graphs_.size());
     lists.maximum.reserve(graphs_.size());
     lists.minimum.reserve(graphs_.size());
+    const auto summary = [&stores](const std::string& graphName, ChosenCall& chosen) {
+        if (chosen.store != nullptr) stores.push_back(std::move(chosen.store));
+        return GraphSummary{graphName, chosen.netRunUs, chosen.auxValue, std::move(chosen.events)};
+    };
     for (GraphFold& graph : graphs_) {
         StatSummary average = graph.average.finish();
-        lists.average.push_back(summaryOf(graph.graphName, average.netRunUs, average.auxValue,
-                                          std::move(average.events)));
-        lists.maximum.push_back(summaryOf(graph.graphName, graph.maximum.netRunUs,
-                                          graph.maximum.auxValue,
-                                          std::move(graph.maximum.events)));
-        lists.minimum.push_back(summaryOf(graph.graphName, graph.minimum.netRunUs,
-                                          graph.minimum.auxValue,
-                                          std::move(graph.minimum.events)));
+        lists.average.push_back(GraphSummary{graph.graphName, average.netRunUs, average.auxValue,
+                                             std::move(average.events)});
+        lists.maximum.push_back(summary(graph.graphName, graph.maximum));
+        lists.minimum.push_back(summary(graph.graphName, graph.minimum));
         if (objectEvents != nullptr) {
             for (ProfileEvent& event : graph.objectEvents) objectEvents->push_back(std::move(event));
         }
