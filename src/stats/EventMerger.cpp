@@ -29,6 +29,8 @@ struct LoadedEvents {
 
     struct Event {
         const ProfileEvent& event;
+        // Whether the event is named as the node whose name has this identity.
+        bool isNamed(uintptr_t identity) const { return event.name.identity() == identity; }
         const EventText& name() const { return event.name; }
         uint32_t unit() const { return event.unit; }
         uint64_t payload() const { return event.value.payload; }
@@ -57,11 +59,18 @@ struct LoggedEvents {
     struct Event {
         const fb::LogEvent& table;
         LogEventFields fields;
-        EventText nameText;
+        std::string_view nameText;
+        size_t position;
         EventStore* names;
         size_t depth;
 
-        const EventText& name() const { return nameText; }
+        // Compared as text, so that most events need not be interned.
+        bool isNamed(uintptr_t identity) const {
+            const std::string& name = EventText::textOf(identity);
+            return name.size() == nameText.size() &&
+                   sameBytes(name.data(), nameText.data(), nameText.size());
+        }
+        EventText name() const { return names->internName(nameText, depth, position); }
         uint32_t unit() const { return fields.scalar<uint32_t>(fb::LogEvent::VT_UNIT); }
         uint64_t payload() const { return payloadOf(fields); }
         const LogEventVector* subEvents() const {
@@ -85,11 +94,9 @@ struct LoggedEvents {
         const fb::LogEvent& table = *events->Get(index);
         LogEventFields fields(table);
         const auto* name = fields.pointer<flatbuffers::String>(fb::LogEvent::VT_NAME);
-        EventText nameText =
-            name != nullptr
-                ? names->internName(std::string_view(name->c_str(), name->size()), depth, index)
-                : names->intern("null");
-        return Event{table, fields, std::move(nameText), names, depth};
+        const std::string_view nameText =
+            name != nullptr ? std::string_view(name->c_str(), name->size()) : "null";
+        return Event{table, fields, nameText, index, names, depth};
     }
 };
 
@@ -97,7 +104,8 @@ struct LoggedEvents {
 
 EventMerger::EventMerger() { levels_.emplace_back(); }
 
-EventMerger::EventMerger(std::vector<ProfileEvent> accumulated) : initial_(std::move(accumulated)) {
+EventMerger::EventMerger(std::vector<ProfileEvent> accumulated)
+    : initial_(std::move(accumulated)), mixedPools_(true) {
     levels_.emplace_back();
     // Taken as they are, object events and repeated names included.
     for (const ProfileEvent& event : initial_) levels_[kRootLevel].nodes.push_back(nodeOf(event));
@@ -105,10 +113,21 @@ EventMerger::EventMerger(std::vector<ProfileEvent> accumulated) : initial_(std::
 
 EventMerger::EventMerger(EventStore& lasting) : lasting_(&lasting) { levels_.emplace_back(); }
 
-void EventMerger::merge(EventSpan incoming) { mergeInto(kRootLevel, LoadedEvents{incoming}); }
+void EventMerger::merge(EventSpan incoming) {
+    namePool_ = nullptr;  // loaded events may be named from anywhere
+    mixedPools_ = true;
+    mergeInto(kRootLevel, LoadedEvents{incoming});
+}
 
 void EventMerger::merge(const LogEventVector* incoming, EventStore& names,
                         bool withoutInitEvents) {
+    // What these merges convert is named from `names` too.
+    if (!mixedPools_ && (namePool_ == nullptr || namePool_ == &names)) {
+        namePool_ = &names;
+    } else {
+        namePool_ = nullptr;
+        mixedPools_ = true;
+    }
     mergeInto(kRootLevel, LoggedEvents{incoming, &names, 0, withoutInitEvents});
 }
 
@@ -140,13 +159,12 @@ void EventMerger::mergeInto(uint32_t level, const Incoming& incoming) {
     for (size_t i = 0; i < incoming.size(); ++i) {
         if (incoming.leftOut(i)) continue;
         const auto event = incoming[i];
-        const EventText& name = event.name();
         // Calls of one graph mostly repeat the same events in the same
         // order, so the node at the same position usually carries this very
         // name; with distinct names it is then the first match.
         const bool samePlace =
-            distinctNames && place < nodeCount && nodes[place].name == name.identity();
-        const size_t position = samePlace ? place : findFirst(levels_[level], name);
+            distinctNames && place < nodeCount && event.isNamed(nodes[place].name);
+        const size_t position = samePlace ? place : findFirst(levels_[level], event.name());
         ++place;
         if (position == kNotFound) {
             if (event.unit() != kUnitObject) {
@@ -196,6 +214,15 @@ void EventMerger::study(Level& level) {
 }
 
 size_t EventMerger::findFirst(Level& level, const EventText& name) {
+    if (namePool_ != nullptr && level.nodes.size() < kHashedWidth &&
+        (level.lookup == nullptr || !level.lookup->hashed)) {
+        // Every name here is interned in one pool, where equal texts are one
+        // text: the identities tell, and the nodes at hand are all it takes.
+        for (size_t i = 0; i < level.nodes.size(); ++i) {
+            if (level.nodes[i].name == name.identity()) return i;
+        }
+        return kNotFound;
+    }
     if (level.lookup == nullptr) level.lookup = std::make_unique<NameLookup>();
     if (name.isInterned()) {
         for (const auto& [known, position] : level.lookup->knownTexts) {
@@ -289,6 +316,8 @@ std::vector<ProfileEvent> EventMerger::take() {
     levels_.clear();
     levels_.emplace_back();
     copies_.clear();
+    namePool_ = nullptr;
+    mixedPools_ = false;
     return events;
 }
 

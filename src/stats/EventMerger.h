@@ -100,6 +100,10 @@ private:
     std::vector<ProfileEvent> initial_;  // the events a merger went on from
     std::vector<Level> levels_;
     EventStore* lasting_ = nullptr;  // set when the merger copies
+    // The pool that every name merged so far is interned in, when there is
+    // one: then names are equal exactly when they are the same text.
+    const EventStore* namePool_ = nullptr;
+    bool mixedPools_ = false;
     // The copies the nodes refer to; each stays where it is.
     std::vector<std::unique_ptr<ProfileEvent>> copies_;
 };
