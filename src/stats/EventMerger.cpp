@@ -1,5 +1,6 @@
 #include "stats/EventMerger.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "log/EventConversion.h"
@@ -108,7 +109,8 @@ EventMerger::EventMerger(std::vector<ProfileEvent> accumulated)
     : initial_(std::move(accumulated)), mixedPools_(true) {
     levels_.emplace_back();
     // Taken as they are, object events and repeated names included.
-    for (const ProfileEvent& event : initial_) levels_[kRootLevel].nodes.push_back(nodeOf(event));
+    makeRoom(levels_[kRootLevel], static_cast<uint32_t>(initial_.size()));
+    for (const ProfileEvent& event : initial_) append(kRootLevel, event);
 }
 
 EventMerger::EventMerger(EventStore& lasting) : lasting_(&lasting) { levels_.emplace_back(); }
@@ -137,23 +139,21 @@ EventMerger::Node EventMerger::nodeOf(const ProfileEvent& event) {
 
 template <typename Incoming>
 void EventMerger::mergeInto(uint32_t level, const Incoming& incoming) {
-    if (levels_[level].nodes.empty()) {
+    if (levels_[level].count == 0) {
         // The first list is taken as it is, repeated names included.
-        levels_[level].nodes.reserve(incoming.size());
+        makeRoom(levels_[level], static_cast<uint32_t>(incoming.size()));
         for (size_t i = 0; i < incoming.size(); ++i) {
             if (incoming.leftOut(i)) continue;
             const auto event = incoming[i];
-            if (event.unit() != kUnitObject) {
-                levels_[level].nodes.push_back(nodeOf(event.source(lasting_, copies_)));
-            }
+            if (event.unit() != kUnitObject) append(level, event.source(lasting_, copies_));
         }
         return;
     }
     if (!levels_[level].studied) study(levels_[level]);
-    // Merging children adds levels, which moves the Level records but not
-    // their nodes: only appending to this level moves these.
-    Node* nodes = levels_[level].nodes.data();
-    size_t nodeCount = levels_[level].nodes.size();
+    // Merging children adds levels and nodes, which moves both vectors:
+    // this level's place in nodes_ only changes when it is appended to.
+    size_t first = levels_[level].first;
+    size_t nodeCount = levels_[level].count;
     const bool distinctNames = levels_[level].distinctNames;
     size_t place = 0;  // among the events not left out
     for (size_t i = 0; i < incoming.size(); ++i) {
@@ -163,18 +163,18 @@ void EventMerger::mergeInto(uint32_t level, const Incoming& incoming) {
         // order, so the node at the same position usually carries this very
         // name; with distinct names it is then the first match.
         const bool samePlace =
-            distinctNames && place < nodeCount && event.isNamed(nodes[place].name);
+            distinctNames && place < nodeCount && event.isNamed(nodes_[first + place].name);
         const size_t position = samePlace ? place : findFirst(levels_[level], event.name());
         ++place;
         if (position == kNotFound) {
             if (event.unit() != kUnitObject) {
                 append(level, event.source(lasting_, copies_));
-                nodes = levels_[level].nodes.data();
-                nodeCount = levels_[level].nodes.size();
+                first = levels_[level].first;
+                nodeCount = levels_[level].count;
             }
             continue;
         }
-        Node& node = nodes[position];
+        Node& node = nodes_[first + position];
         node.payload += event.payload();
         ++node.joined;
         if (!event.hasChildren()) continue;
@@ -184,10 +184,23 @@ void EventMerger::mergeInto(uint32_t level, const Incoming& incoming) {
     }
 }
 
+void EventMerger::makeRoom(Level& level, uint32_t count) {
+    if (level.capacity - level.count >= count) return;
+    const uint32_t capacity = std::max(level.count + count, level.capacity * 2);
+    const auto first = static_cast<uint32_t>(nodes_.size());
+    nodes_.resize(nodes_.size() + capacity);
+    // The old room is left behind: levels rarely outgrow their first list.
+    std::copy(nodes_.begin() + level.first, nodes_.begin() + level.first + level.count,
+              nodes_.begin() + first);
+    level.first = first;
+    level.capacity = capacity;
+}
+
 void EventMerger::append(uint32_t level, const ProfileEvent& source) {
+    makeRoom(levels_[level], 1);
     Level& here = levels_[level];
-    here.nodes.push_back(nodeOf(source));
-    const size_t position = here.nodes.size() - 1;
+    nodes_[here.first + here.count] = nodeOf(source);
+    const size_t position = here.count++;
     if (here.lookup == nullptr) return;
     // The hash's keys view the names of the nodes' sources.
     if (here.lookup->hashed) here.lookup->firstByName.emplace(source.name, position);
@@ -196,10 +209,10 @@ void EventMerger::append(uint32_t level, const ProfileEvent& source) {
 
 void EventMerger::study(Level& level) {
     level.studied = true;
-    const std::vector<Node>& nodes = level.nodes;
-    if (nodes.size() < kHashedWidth) {
+    const Node* nodes = nodesOf(level);
+    if (level.count < kHashedWidth) {
         level.distinctNames = true;
-        for (size_t i = 0; i < nodes.size() && level.distinctNames; ++i) {
+        for (size_t i = 0; i < level.count && level.distinctNames; ++i) {
             for (size_t j = 0; j < i; ++j) {
                 if (nodes[i].source->name == nodes[j].source->name) {
                     level.distinctNames = false;
@@ -209,17 +222,18 @@ void EventMerger::study(Level& level) {
         }
     } else {
         buildHash(level);
-        level.distinctNames = level.lookup->firstByName.size() == nodes.size();
+        level.distinctNames = level.lookup->firstByName.size() == level.count;
     }
 }
 
 size_t EventMerger::findFirst(Level& level, const EventText& name) {
-    if (namePool_ != nullptr && level.nodes.size() < kHashedWidth &&
+    if (namePool_ != nullptr && level.count < kHashedWidth &&
         (level.lookup == nullptr || !level.lookup->hashed)) {
         // Every name here is interned in one pool, where equal texts are one
         // text: the identities tell, and the nodes at hand are all it takes.
-        for (size_t i = 0; i < level.nodes.size(); ++i) {
-            if (level.nodes[i].name == name.identity()) return i;
+        const Node* nodes = nodesOf(level);
+        for (size_t i = 0; i < level.count; ++i) {
+            if (nodes[i].name == name.identity()) return i;
         }
         return kNotFound;
     }
@@ -236,9 +250,10 @@ size_t EventMerger::findFirst(Level& level, const EventText& name) {
 
 size_t EventMerger::findByText(Level& level, const EventText& name) {
     if (!level.lookup->hashed) {
-        if (level.nodes.size() < kHashedWidth) {
-            for (size_t i = 0; i < level.nodes.size(); ++i) {
-                if (level.nodes[i].source->name == name) return i;
+        if (level.count < kHashedWidth) {
+            const Node* nodes = nodesOf(level);
+            for (size_t i = 0; i < level.count; ++i) {
+                if (nodes[i].source->name == name) return i;
             }
             return kNotFound;
         }
@@ -253,10 +268,9 @@ void EventMerger::buildHash(Level& level) {
     NameLookup& lookup = *level.lookup;
     // emplace keeps the first position of a repeated name, so a later
     // duplicate can never become the match.
-    lookup.firstByName.reserve(level.nodes.size() * 2);
-    for (size_t i = 0; i < level.nodes.size(); ++i) {
-        lookup.firstByName.emplace(level.nodes[i].source->name, i);
-    }
+    lookup.firstByName.reserve(level.count * 2);
+    const Node* nodes = nodesOf(level);
+    for (size_t i = 0; i < level.count; ++i) lookup.firstByName.emplace(nodes[i].source->name, i);
     lookup.hashed = true;
 }
 
@@ -274,11 +288,10 @@ void EventMerger::remember(Level& level, const EventText& name, size_t position)
 uint32_t EventMerger::childLevel(uint32_t level, size_t position) {
     const auto created = static_cast<uint32_t>(levels_.size());
     levels_.emplace_back();
-    const ProfileEvent& source = *levels_[level].nodes[position].source;
-    std::vector<Node>& nodes = levels_[created].nodes;
-    nodes.reserve(source.children.size());
-    for (const ProfileEvent& child : source.children) nodes.push_back(nodeOf(child));
-    levels_[level].nodes[position].children = created;
+    const ProfileEvent& source = *nodesOf(levels_[level])[position].source;
+    makeRoom(levels_[created], static_cast<uint32_t>(source.children.size()));
+    for (const ProfileEvent& child : source.children) append(created, child);
+    nodesOf(levels_[level])[position].children = created;
     return created;
 }
 
@@ -299,10 +312,9 @@ ProfileEvent EventMerger::materialize(const Node& node) const {
         event.children = source.children;  // never merged into: as recorded
     } else {
         std::vector<ProfileEvent> children;
-        children.reserve(levels_[node.children].nodes.size());
-        for (const Node& child : levels_[node.children].nodes) {
-            children.push_back(materialize(child));
-        }
+        const Level& level = levels_[node.children];
+        children.reserve(level.count);
+        for (size_t i = 0; i < level.count; ++i) children.push_back(materialize(nodesOf(level)[i]));
         event.children = std::move(children);
     }
     return event;
@@ -310,11 +322,13 @@ ProfileEvent EventMerger::materialize(const Node& node) const {
 
 std::vector<ProfileEvent> EventMerger::take() {
     std::vector<ProfileEvent> events;
-    events.reserve(levels_[kRootLevel].nodes.size());
-    for (const Node& node : levels_[kRootLevel].nodes) events.push_back(materialize(node));
+    const Level& root = levels_[kRootLevel];
+    events.reserve(root.count);
+    for (size_t i = 0; i < root.count; ++i) events.push_back(materialize(nodesOf(root)[i]));
     initial_.clear();
     levels_.clear();
     levels_.emplace_back();
+    nodes_.clear();
     copies_.clear();
     namePool_ = nullptr;
     mixedPools_ = false;

@@ -72,8 +72,13 @@ private:
         bool hashed = false;
     };
 
+    // The nodes of a level lie together in nodes_, from `first`; levels are
+    // laid out in the order they are made, which is the order merges walk
+    // them in, so that a merge reads the nodes almost in sequence.
     struct Level {
-        std::vector<Node> nodes;
+        uint32_t first = 0;
+        uint32_t count = 0;
+        uint32_t capacity = 0;
         // Whether distinctNames has been worked out (at the first merge into
         // a level that has nodes).
         bool studied = false;
@@ -84,14 +89,19 @@ private:
     };
 
     static Node nodeOf(const ProfileEvent& event);
+    Node* nodesOf(const Level& level) { return nodes_.data() + level.first; }
+    const Node* nodesOf(const Level& level) const { return nodes_.data() + level.first; }
+    // Makes room for `count` nodes of `level` at the end of nodes_, moving
+    // those it has there.
+    void makeRoom(Level& level, uint32_t count);
     // Reads the incoming events: LoadedEvents or LoggedEvents (EventMerger.cpp).
     template <typename Incoming>
     void mergeInto(uint32_t level, const Incoming& incoming);
     void append(uint32_t level, const ProfileEvent& source);
     void study(Level& level);
     size_t findFirst(Level& level, const EventText& name);
-    static size_t findByText(Level& level, const EventText& name);
-    static void buildHash(Level& level);
+    size_t findByText(Level& level, const EventText& name);
+    void buildHash(Level& level);
     static void remember(Level& level, const EventText& name, size_t position);
     // Makes the level of a node's children, which it does not have yet.
     uint32_t childLevel(uint32_t level, size_t position);
@@ -99,6 +109,7 @@ private:
 
     std::vector<ProfileEvent> initial_;  // the events a merger went on from
     std::vector<Level> levels_;
+    std::vector<Node> nodes_;
     EventStore* lasting_ = nullptr;  // set when the merger copies
     // The pool that every name merged so far is interned in, when there is
     // one: then names are equal exactly when they are the same text.
