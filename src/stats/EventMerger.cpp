@@ -137,6 +137,21 @@ EventMerger::Node EventMerger::nodeOf(const ProfileEvent& event) {
     return Node{&event, event.name.identity(), event.value.payload, 0, kNoLevel};
 }
 
+template <typename Event>
+size_t EventMerger::findFirstOf(Level& level, const Event& event) {
+    if (namePool_ != nullptr && level.count < kHashedWidth &&
+        (level.lookup == nullptr || !level.lookup->hashed)) {
+        // Every name here is interned in one pool, where equal texts are one
+        // text: the nodes at hand are all it takes to tell.
+        const Node* nodes = nodesOf(level);
+        for (size_t i = 0; i < level.count; ++i) {
+            if (event.isNamed(nodes[i].name)) return i;
+        }
+        return kNotFound;
+    }
+    return findFirst(level, event.name());
+}
+
 template <typename Incoming>
 void EventMerger::mergeInto(uint32_t level, const Incoming& incoming) {
     if (levels_[level].count == 0) {
@@ -164,7 +179,7 @@ void EventMerger::mergeInto(uint32_t level, const Incoming& incoming) {
         // name; with distinct names it is then the first match.
         const bool samePlace =
             distinctNames && place < nodeCount && event.isNamed(nodes_[first + place].name);
-        const size_t position = samePlace ? place : findFirst(levels_[level], event.name());
+        const size_t position = samePlace ? place : findFirstOf(levels_[level], event);
         ++place;
         if (position == kNotFound) {
             if (event.unit() != kUnitObject) {
@@ -227,16 +242,6 @@ void EventMerger::study(Level& level) {
 }
 
 size_t EventMerger::findFirst(Level& level, const EventText& name) {
-    if (namePool_ != nullptr && level.count < kHashedWidth &&
-        (level.lookup == nullptr || !level.lookup->hashed)) {
-        // Every name here is interned in one pool, where equal texts are one
-        // text: the identities tell, and the nodes at hand are all it takes.
-        const Node* nodes = nodesOf(level);
-        for (size_t i = 0; i < level.count; ++i) {
-            if (nodes[i].name == name.identity()) return i;
-        }
-        return kNotFound;
-    }
     if (level.lookup == nullptr) level.lookup = std::make_unique<NameLookup>();
     if (name.isInterned()) {
         for (const auto& [known, position] : level.lookup->knownTexts) {

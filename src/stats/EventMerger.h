@@ -99,6 +99,9 @@ private:
     void mergeInto(uint32_t level, const Incoming& incoming);
     void append(uint32_t level, const ProfileEvent& source);
     void study(Level& level);
+    // The first node named as `event` (of an Incoming list), or none.
+    template <typename Event>
+    size_t findFirstOf(Level& level, const Event& event);
     size_t findFirst(Level& level, const EventText& name);
     size_t findByText(Level& level, const EventText& name);
     void buildHash(Level& level);
