@@ -129,9 +129,13 @@ for log in $logs; do
 done
 hyperfine "${hyperfine_args[@]}" > "$build/out/hyperfine.txt"
 
-# Median seconds of a named command.
+# Median seconds of a named command, and its mean CPU seconds (user +
+# system), which move less when other work shares the machine.
 median_of() {
   awk -F, -v name="$1" 'NR > 1 && $1 == name { print $4 }' "$build/out/times.csv"
+}
+cpu_of() {
+  awk -F, -v name="$1" 'NR > 1 && $1 == name { print $5 + $6 }' "$build/out/times.csv"
 }
 peak_kb_of() {
   /usr/bin/time -v "$@" 2>&1 > /dev/null | awk -F': ' '/Maximum resident set size/ { print $2 }'
@@ -144,8 +148,8 @@ table="$build/out/bench-table.md"
     "$(awk '/MemTotal/ { printf "%.0f GiB", $2 / 1048576 }' /proc/meminfo) RAM;" \
     "median of $runs runs, one hyperfine run."
   echo
-  echo "| log (graphs x executions x ops) | size | limit | main job | main / limit | target | peak memory | target | memory / size |"
-  echo "|---|---:|---:|---:|---:|---:|---:|---:|---:|"
+  echo "| log (graphs x executions x ops) | size | limit | main job | main / limit | (CPU) | target | peak memory | target | memory / size |"
+  echo "|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|"
   for log in $logs; do
     path=$(log_path "$log")
     size=$(stat -c %s "$path")
@@ -154,10 +158,11 @@ table="$build/out/bench-table.md"
     peak_kb=$(peak_kb_of "$viewer" "$path" -o "$build/out/trace-$log.json")
     awk -v name="$log" -v shape="$(shape_of "$log" | sed 's/ / x /g')" -v size="$size" \
         -v limit="$limit_s" -v main="$main_s" -v peak="$peak_kb" \
+        -v limit_cpu="$(cpu_of "limit $log")" -v main_cpu="$(cpu_of "main $log")" \
         -v time_target="$(time_target_of "$log")" -v memory_target="$(memory_target_of "$log")" \
       'BEGIN {
-         printf "| %s (%s) | %.0f MB | %.0f ms | %.0f ms | %.2fx | %s | %.0f MB | %s | %.3fx |\n",
-           name, shape, size / 1e6, limit * 1000, main * 1000, main / limit,
+         printf "| %s (%s) | %.0f MB | %.0f ms | %.0f ms | %.2fx | %.2fx | %s | %.0f MB | %s | %.3fx |\n",
+           name, shape, size / 1e6, limit * 1000, main * 1000, main / limit, main_cpu / limit_cpu,
            time_target == "-" ? "-" : "<= " time_target "x",
            peak * 1024 / 1e6, memory_target == "-" ? "-" : "<= " memory_target " MB",
            peak * 1024 / size }'
@@ -166,10 +171,11 @@ table="$build/out/bench-table.md"
       rm -f "$build/out/summary-$log.csv"
       peak_kb=$(peak_kb_of "$viewer" "$path" -m summary -o "$build/out/summary-$log.csv")
       awk -v name="$log" -v size="$size" -v limit="$limit_s" -v main="$summary_s" \
+          -v limit_cpu="$(cpu_of "limit $log")" -v main_cpu="$(cpu_of "summary $log")" \
           -v peak="$peak_kb" -v time_target="$([ "$smoke" = 1 ] && echo - || echo 2.5)" \
         'BEGIN {
-           printf "| %s, full summary + CSV | %.0f MB | %.0f ms | %.0f ms | %.2fx | %s | %.0f MB | - | %.3fx |\n",
-             name, size / 1e6, limit * 1000, main * 1000, main / limit,
+           printf "| %s, full summary + CSV | %.0f MB | %.0f ms | %.0f ms | %.2fx | %.2fx | %s | %.0f MB | - | %.3fx |\n",
+             name, size / 1e6, limit * 1000, main * 1000, main / limit, main_cpu / limit_cpu,
              time_target == "-" ? "-" : "<= " time_target "x", peak * 1024 / 1e6, peak * 1024 / size }'
     fi
   done

@@ -55,16 +55,19 @@ SummaryLists SummaryStream::finish(std::vector<std::shared_ptr<EventStore>>& sto
     lists.average.reserve(graphs_.size());
     lists.maximum.reserve(graphs_.size());
     lists.minimum.reserve(graphs_.size());
-    const auto summary = [&stores](const std::string& graphName, ChosenCall& chosen) {
+    const auto summary = [&stores](const std::string& graphName, ChosenCall& chosen,
+                                   uint64_t calls) {
         if (chosen.store != nullptr) stores.push_back(std::move(chosen.store));
-        return GraphSummary{graphName, chosen.netRunUs, chosen.auxValue, std::move(chosen.events)};
+        return GraphSummary{graphName, chosen.netRunUs, chosen.auxValue, std::move(chosen.events),
+                            calls};
     };
     for (GraphFold& graph : graphs_) {
+        const uint64_t calls = graph.average.count();
         StatSummary average = graph.average.finish();
         lists.average.push_back(GraphSummary{graph.graphName, average.netRunUs, average.auxValue,
-                                             std::move(average.events)});
-        lists.maximum.push_back(summary(graph.graphName, graph.maximum));
-        lists.minimum.push_back(summary(graph.graphName, graph.minimum));
+                                             std::move(average.events), calls});
+        lists.maximum.push_back(summary(graph.graphName, graph.maximum, calls));
+        lists.minimum.push_back(summary(graph.graphName, graph.minimum, calls));
         if (objectEvents != nullptr) {
             for (ProfileEvent& event : graph.objectEvents) objectEvents->push_back(std::move(event));
         }

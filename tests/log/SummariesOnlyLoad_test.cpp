@@ -1,5 +1,5 @@
-// A summaries-only load must give every report but the CSV export byte for
-// byte as the full load does. Both loads are compared on seeded random logs
+// A summaries-only load must give every report but the CSV export (traces,
+// summaries, op figures, object files) byte for byte as the full load does. Both loads are compared on seeded random logs
 // and on every log the other tests build.
 #include <gtest/gtest.h>
 
@@ -32,6 +32,8 @@ struct LoadOutputs {
     bool written = false;
     std::string printed;  // standard output
     std::string file;     // the trace file
+    std::string portable;  // the portable trace and its summary
+    std::string topView;
     std::string header;
     std::string diagnostics;
     std::string objects;  // names and bytes of the object files
@@ -56,9 +58,9 @@ std::string takeObjectFiles(const std::string& directory) {
     return listing;
 }
 
-// Loads `log` with the chrome-trace reader (its trace and short summary) or
-// the base reader (the full text summary, no CSV) and writes its output.
-// Object files are named by absolute paths into `objectDirectory`.
+// Loads `log` with the chrome-trace reader (its traces, short summary and op
+// figures) or the base reader (the full text summary, no CSV) and writes its
+// outputs. Object files land in work/objects: the logs name them so.
 LoadOutputs outputsOf(const std::string& log, LoadScope scope, bool chrome, int8_t level,
                       bool loadFlag, const TempDir& work) {
     std::unique_ptr<VekProfileLogReader> reader;
@@ -81,6 +83,19 @@ LoadOutputs outputsOf(const std::string& log, LoadScope scope, bool chrome, int8
         outputs.file = readFile(trace);
         fs::remove(trace);
     }
+    if (chrome) {
+        std::ostringstream portable;
+        std::ostringstream summary;
+        const bool written = writeTrace(reader.get(), portable, summary, TraceFormat::Portable);
+        outputs.portable = std::to_string(written) + portable.str() + summary.str();
+        LogFigures figures;
+        std::ostringstream view;
+        TopViewOptions everyOp;
+        everyOp.limit = 0;
+        everyOp.format = ViewFormat::Json;
+        if (collectLogFigures(reader.get(), figures)) writeTopView(figures, everyOp, view);
+        outputs.topView = view.str();
+    }
     outputs.header = reader->printHeader();
     outputs.diagnostics = reader->loaderDiagnostics;
     outputs.objects = takeObjectFiles(work.file("objects"));
@@ -97,6 +112,8 @@ void expectSameOutputs(const std::string& log, int8_t level, bool loadFlag, cons
         EXPECT_EQ(streamed.written, full.written);
         EXPECT_EQ(streamed.printed, full.printed);
         EXPECT_EQ(streamed.file, full.file);
+        EXPECT_EQ(streamed.portable, full.portable);
+        EXPECT_EQ(streamed.topView, full.topView);
         EXPECT_EQ(streamed.header, full.header);
         EXPECT_EQ(streamed.diagnostics, full.diagnostics);
         EXPECT_EQ(streamed.objects, full.objects);

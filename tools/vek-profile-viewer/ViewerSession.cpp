@@ -99,7 +99,9 @@ ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, Re
 
 bool ViewerSession::loadOpFigures(const std::string& logPath, bool requireOps,
                                   profiling::LogFigures& figures) {
-    ReaderPlugin::ReaderHandle reader = loadLog(logPath, ReaderKind::Trace);
+    // The figures come from the summaries alone.
+    ReaderPlugin::ReaderHandle reader =
+        loadLog(logPath, ReaderKind::Trace, LogContent::SummariesOnly);
     if (!reader) return false;
     if (!plugin_->collectLogFigures(reader.get(), figures)) {
         fail("the reader plug-in gives no op figures for " + logPath);
