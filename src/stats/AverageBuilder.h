@@ -16,8 +16,9 @@ namespace profiling {
 class AverageBuilder {
 public:
     AverageBuilder() = default;
-    // Keeps copies of what it needs of the calls' events in `lasting`, so
-    // that a call's events may go as soon as it is added.
+    // For calls read in place from the log: what it keeps of their events is
+    // converted into `lasting`, so that the log may go as soon as a call is
+    // added.
     explicit AverageBuilder(EventStore& lasting) : merger_(lasting) {}
 
     void add(const ExecutionSample& sample) {
@@ -25,7 +26,7 @@ public:
         merger_.merge(sample.events);
     }
     // A call whose events are read in place from the log (EventMerger::merge);
-    // needs the copying constructor.
+    // needs the constructor above.
     void add(uint64_t netRunUs, uint64_t auxValue, const LogEventVector* events,
              EventStore& names, bool withoutInitEvents) {
         countCall(netRunUs, auxValue);

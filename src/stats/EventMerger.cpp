@@ -4,7 +4,6 @@
 #include <string_view>
 
 #include "log/EventConversion.h"
-#include "log/EventCopy.h"
 
 namespace vek {
 namespace profiling {
@@ -37,11 +36,8 @@ struct LoadedEvents {
         uint64_t payload() const { return event.value.payload; }
         bool hasChildren() const { return !event.children.empty(); }
         LoadedEvents children() const { return LoadedEvents{event.children}; }
-        // What a new node refers to: the event itself, or a copy in `lasting`.
-        const ProfileEvent& source(EventStore* lasting, Copies& copies) const {
-            if (lasting == nullptr) return event;
-            return keepCopy(copies, lastingCopy(event, *lasting));
-        }
+        // What a new node refers to: the event itself.
+        const ProfileEvent& source(EventStore*, Copies&) const { return event; }
     };
 
     size_t size() const { return events.size(); }

@@ -25,20 +25,21 @@ public:
     EventMerger();
     // Goes on from events accumulated before.
     explicit EventMerger(std::vector<ProfileEvent> accumulated);
-    // Keeps copies of what it keeps of the events it is given, in `lasting`,
-    // so that they may go as soon as merge returns.
+    // For merges of events read in place from the log: what it keeps of them
+    // is converted into `lasting`.
     explicit EventMerger(EventStore& lasting);
 
     // Merges one call's events: each joins the first accumulated event of the
-    // same name, or is appended (object events are never appended). Unless
-    // the merger copies, it refers to the events it is given: they must stay
-    // alive, unchanged, until take().
+    // same name, or is appended (object events are never appended). The
+    // merger refers to the events it is given: they must stay alive,
+    // unchanged, until take().
     void merge(EventSpan incoming);
     // The same for a call's events read in place from the log, without
     // converting them: only an event that is appended is converted (into the
-    // store given at construction, which this needs). Names are interned in
-    // `names`. With `withoutInitEvents`, the top-level initialisation events
-    // (of an execution) are passed over, as if the call did not have them.
+    // store given at construction, which this needs), so the log may go as
+    // soon as this returns. Names are interned in `names`. With
+    // `withoutInitEvents`, the top-level initialisation events (of an
+    // execution) are passed over, as if the call did not have them.
     void merge(const LogEventVector* incoming, EventStore& names, bool withoutInitEvents);
 
     // The accumulated events; the merger starts afresh.
@@ -113,7 +114,7 @@ private:
     std::vector<ProfileEvent> initial_;  // the events a merger went on from
     std::vector<Level> levels_;
     std::vector<Node> nodes_;
-    EventStore* lasting_ = nullptr;  // set when the merger copies
+    EventStore* lasting_ = nullptr;  // set for merges from the log
     // The pool that every name merged so far is interned in, when there is
     // one: then names are equal exactly when they are the same text.
     const EventStore* namePool_ = nullptr;
