@@ -37,9 +37,9 @@ bool addEventCopies(const LogEventVector* events, uint64_t limit, uint64_t& tota
         total += stringSize(fields.pointer<flatbuffers::String>(LogEvent::VT_NAME)) +
                  stringSize(fields.pointer<flatbuffers::String>(LogEvent::VT_DETAIL)) +
                  stringSize(fields.pointer<flatbuffers::String>(LogEvent::VT_STRINGVALUE));
-        if (const auto* bytes = fields.pointer<flatbuffers::Vector<uint8_t>>(LogEvent::VT_BYTESVALUE)) {
-            total += bytes->size();
-        }
+        using Bytes = flatbuffers::Vector<uint8_t>;
+        const auto* bytes = fields.pointer<Bytes>(LogEvent::VT_BYTESVALUE);
+        if (bytes != nullptr) total += bytes->size();
         if (total > limit ||
             !addEventCopies(fields.pointer<LogEventVector>(LogEvent::VT_SUBEVENTS), limit, total)) {
             return false;

@@ -69,7 +69,9 @@ void VekProfileLogReader::buildStatistics() {
         applyBinarySectionStats = streamed->applyBinarySections.finish(messageStores);
         finalizeAfterUpdatesStats = streamed->finalizeAfterUpdates.finish(messageStores);
         streamedSeriesBuilt = streamed->executionQueueWaits.finish(streamedSeries);
-        if (streamed->initEventsStore) messageStores.push_back(std::move(streamed->initEventsStore));
+        if (streamed->initEventsStore) {
+            messageStores.push_back(std::move(streamed->initEventsStore));
+        }
         streamed.reset();
     } else {
         executeStats = summarize(executions, runningAverages.executions);

@@ -69,7 +69,9 @@ SummaryLists SummaryStream::finish(std::vector<std::shared_ptr<EventStore>>& sto
         lists.maximum.push_back(summary(graph.graphName, graph.maximum, calls));
         lists.minimum.push_back(summary(graph.graphName, graph.minimum, calls));
         if (objectEvents != nullptr) {
-            for (ProfileEvent& event : graph.objectEvents) objectEvents->push_back(std::move(event));
+            for (ProfileEvent& event : graph.objectEvents) {
+                objectEvents->push_back(std::move(event));
+            }
         }
     }
     graphs_.clear();

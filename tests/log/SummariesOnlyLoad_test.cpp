@@ -1,6 +1,7 @@
 // A summaries-only load must give every report but the CSV export (traces,
-// summaries, op figures, object files) byte for byte as the full load does. Both loads are compared on seeded random logs
-// and on every log the other tests build.
+// summaries, op figures, object files) byte for byte as the full load does.
+// Both loads are compared on seeded random logs and on every log the other
+// tests build.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -42,7 +43,8 @@ struct LoadOutputs {
 // Writes the bytes as they are (LogWriter::writeTo would show them to the hook).
 void writeLog(const std::vector<uint8_t>& bytes, const std::string& path) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
     ASSERT_TRUE(out.good()) << path;
 }
 
@@ -158,7 +160,8 @@ public:
                 log.rawChunk({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13});
                 break;
             case 1: {
-                log.chunk().message(call(kExecute).graph(graphName(0)).withEvents(callEvents(true, false)));
+                log.chunk().message(
+                    call(kExecute).graph(graphName(0)).withEvents(callEvents(true, false)));
                 MessageSpec corrupt(kExecute);
                 corrupt.omitTiming = true;
                 log.chunk().message(std::move(corrupt));
@@ -217,10 +220,12 @@ private:
         }
         if (chance(10)) std::shuffle(ops.begin(), ops.end(), random_);
         std::vector<EventSpec> events;
-        events.push_back(EventSpec::u64("Accelerator", pick(500), 1, 1).withChildren(std::move(ops)));
+        events.push_back(
+            EventSpec::u64("Accelerator", pick(500), 1, 1).withChildren(std::move(ops)));
         if (chance(70)) events.push_back(EventSpec::u64("Host overhead", pick(40)));
-        if (chance(15)) events.push_back(EventSpec::i64("delta", static_cast<int64_t>(pick(9)) - 4));
-        if (chance(10)) events.push_back(EventSpec::f64("ratio", 0.25 * static_cast<double>(pick(8))));
+        // Values of other types are summed as raw bits once merged.
+        if (chance(15)) events.push_back(EventSpec::i64("delta", 4 - int64_t(pick(9))));
+        if (chance(10)) events.push_back(EventSpec::f64("ratio", 0.25 * pick(8)));
         if (chance(10)) events.push_back(EventSpec::u64("debug", pick(9), 1, 9003));
         if (chance(10)) {
             events.push_back(EventSpec::object("tensor", {static_cast<uint8_t>(pick(256)), 1},
@@ -320,7 +325,8 @@ bool holdsTextValue(const std::vector<uint8_t>& log) {
     for (size_t at = 0; at + 4 <= log.size();) {
         const uint32_t length = flatbuffers::ReadScalar<uint32_t>(log.data() + at);
         at += 4;
-        if (length > log.size() - at || !FlatBufferReaderUtil::verifyChunk(log.data() + at, length)) {
+        if (length > log.size() - at ||
+            !FlatBufferReaderUtil::verifyChunk(log.data() + at, length)) {
             return false;
         }
         const auto* messages = fb::GetLogChunk(log.data() + at)->messages();

@@ -108,7 +108,8 @@ void writeExecutions(const std::string& path, uint32_t executions) {
     // once more at the end of the run.
     const std::vector<uint8_t> bytes = log.bytes();
     std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        .write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
 }
 
 // A summaries-only load keeps none of the calls, so its peak memory must not
