@@ -143,6 +143,7 @@ bool dispatchMessage(VekProfileLogReader& reader, const fb::LogMessage& message)
 }  // namespace
 
 bool VekProfileLogReader::loadLog(bool flag) {
+    beginLoad(flag);
     LogInput input;
     if (!openLog(logFilePath, input)) {
         vekLog(kLogError, "Invalid or nonexistent file: %s", logFilePath.c_str());

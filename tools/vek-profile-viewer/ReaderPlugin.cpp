@@ -59,6 +59,7 @@ std::unique_ptr<ReaderPlugin> ReaderPlugin::open(const std::string& path, std::s
     plugin->writeTopView_ = lookUpDeclared(plugin->library_, &profiling::writeTopView);
     plugin->writeDiffView_ = lookUpDeclared(plugin->library_, &profiling::writeDiffView);
     plugin->writeHtmlReport_ = lookUpDeclared(plugin->library_, &profiling::writeHtmlReport);
+    plugin->setLoadScope_ = lookUpDeclared(plugin->library_, &profiling::setLoadScope);
     return plugin;
 }
 
@@ -145,6 +146,10 @@ bool ReaderPlugin::writeDiffView(const profiling::LogDiff& diff,
 bool ReaderPlugin::writeHtmlReport(const profiling::LogFigures& figures, std::ostream& out) const {
     if (writeHtmlReport_ == nullptr) return missingOperation("writeHtmlReport");
     return writeHtmlReport_(figures, out);
+}
+
+void ReaderPlugin::setLoadScope(Reader* reader, profiling::LoadScope scope) const {
+    if (setLoadScope_ != nullptr) setLoadScope_(reader, scope);
 }
 
 std::string installedPluginPath() {

@@ -64,6 +64,10 @@ public:
                        std::ostream& out) const;
     bool writeHtmlReport(const profiling::LogFigures& figures, std::ostream& out) const;
 
+    // Chooses how much of the log the reader's loadLog keeps; a plug-in
+    // without the choice always keeps everything, which reports the same.
+    void setLoadScope(Reader* reader, profiling::LoadScope scope) const;
+
 private:
     ReaderPlugin() = default;
 
@@ -81,6 +85,7 @@ private:
     decltype(&profiling::writeTopView) writeTopView_ = nullptr;
     decltype(&profiling::writeDiffView) writeDiffView_ = nullptr;
     decltype(&profiling::writeHtmlReport) writeHtmlReport_ = nullptr;
+    decltype(&profiling::setLoadScope) setLoadScope_ = nullptr;
 };
 
 // The plug-in this tool was built and installed with.

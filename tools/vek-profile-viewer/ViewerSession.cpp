@@ -75,7 +75,8 @@ bool ViewerSession::start() {
     return true;
 }
 
-ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, ReaderKind kind) {
+ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, ReaderKind kind,
+                                                  LogContent content) {
     const std::string path = absolutePath(logPath);
     const auto level = static_cast<profiling::VisibilityLevel>(options_.visibilityLevel);
     ReaderPlugin::ReaderHandle reader = kind == ReaderKind::Summary
@@ -85,6 +86,9 @@ ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, Re
         fail("the reader plug-in could not create a reader");
         return reader;
     }
+    plugin_->setLoadScope(reader.get(), content == LogContent::SummariesOnly
+                                            ? profiling::LoadScope::SummariesOnly
+                                            : profiling::LoadScope::Full);
     auto* loadable = static_cast<LoadableReader*>(reader.get());
     if (!loadable->loadLog(options_.saveObjects)) {
         fail("cannot read the profile log " + logPath);
@@ -95,7 +99,9 @@ ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, Re
 
 bool ViewerSession::loadOpFigures(const std::string& logPath, bool requireOps,
                                   profiling::LogFigures& figures) {
-    ReaderPlugin::ReaderHandle reader = loadLog(logPath, ReaderKind::Trace);
+    // The figures come from the summaries alone.
+    ReaderPlugin::ReaderHandle reader =
+        loadLog(logPath, ReaderKind::Trace, LogContent::SummariesOnly);
     if (!reader) return false;
     if (!plugin_->collectLogFigures(reader.get(), figures)) {
         fail("the reader plug-in gives no op figures for " + logPath);
