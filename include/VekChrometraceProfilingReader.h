@@ -298,6 +298,20 @@ VEK_PROFILING_EXPORT ChunkProblem loadBreak(IVekProfileLogReader<VisibilityLevel
 VEK_PROFILING_EXPORT bool confineObjectFiles(IVekProfileLogReader<VisibilityLevel>* reader,
                                              const std::string& directory);
 
+// --- Summaries-only load --------------------------------------------------
+// How much of the log loadLog keeps. Full keeps every call, as the CSV export
+// needs. SummariesOnly folds each execution, apply-binary-section and
+// finalize-after-tensor-updates call into its graph's average, maximum and
+// minimum as it is read and keeps none of them, so that memory does not grow
+// with the length of the log; every other report is the same byte for byte.
+enum class LoadScope { Full, SummariesOnly };
+
+// Chooses the scope of the reader's loadLog (Full unless asked). False, and
+// nothing changes, for a null reader, a reader this library did not create,
+// or one whose loadLog has already run.
+VEK_PROFILING_EXPORT bool setLoadScope(IVekProfileLogReader<VisibilityLevel>* reader,
+                                       LoadScope scope);
+
 }  // namespace profiling
 }  // namespace vek
 

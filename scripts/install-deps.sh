@@ -3,9 +3,10 @@
 #   scripts/install-deps.sh          what the build and the tests need
 #   scripts/install-deps.sh --bench  also what scripts/bench.sh runs (hyperfine, GNU time)
 #   scripts/install-deps.sh --fuzz   also clang 14 with libFuzzer and the sanitizer runtimes
-#   scripts/install-deps.sh --browser  also Chromium, Node with npm (when there is no node or
-#                                    npm yet) and Python 3, and the npm packages of the trace
-#                                    clients in tests/clients (npm ci, when its lock changed)
+#   scripts/install-deps.sh --browser  also Chromium with an emoji font (speedscope's toolbar),
+#                                    Node with npm (when there is no node or npm yet) and
+#                                    Python 3, and the npm packages of the trace clients in
+#                                    tests/clients (npm ci, when its lock changed)
 #   scripts/install-deps.sh --clang  also clang 14, for the clang build of the tests
 set -euo pipefail
 
@@ -24,7 +25,7 @@ if [ "${1:-}" = "--fuzz" ]; then
   packages+=(clang-14 libclang-rt-14-dev llvm-14)
 fi
 if [ "${1:-}" = "--browser" ]; then
-  packages+=(chromium)
+  packages+=(chromium fonts-noto-color-emoji)
   # A Node from elsewhere is kept: Debian's would replace it.
   if ! command -v node > /dev/null || ! command -v npm > /dev/null; then packages+=(nodejs npm); fi
   if ! command -v python3 > /dev/null; then packages+=(python3); fi

@@ -74,6 +74,7 @@ bool dispatchMessage(VekProfileLogReader& reader, const fb::LogMessage& message)
 }  // namespace
 
 bool VekProfileLogReader::loadLog(bool flag) {
+    beginLoad(flag);
     FileHandle file = openLog(logFilePath);
     if (!file) {
         vekLog(kLogError, "Invalid or nonexistent file: %s", logFilePath.c_str());

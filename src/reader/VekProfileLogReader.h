@@ -26,6 +26,7 @@
 #include "stats/AverageBuilder.h"
 #include "stats/ObjectDirectory.h"
 #include "stats/StatSummary.h"
+#include "stats/StreamedSummaries.h"
 
 namespace vek {
 namespace profiling {
@@ -108,6 +109,9 @@ public:
     // Names, details, bytes and sub-event lists of every loaded event; declared
     // first so that it outlives every event that refers to it.
     EventStore eventStore;
+    // After a summaries-only load: the stores of the few messages whose
+    // events the summaries and initEvents are.
+    std::vector<std::shared_ptr<EventStore>> messageStores;
     uint64_t initTimestamp = 0;
     uint64_t initDuration = 0;
     uint64_t contextCreateTimestamp = 0;
@@ -174,6 +178,18 @@ public:
 
     // Runs the statistics step over the loaded model (called by loadLog).
     void buildStatistics();
+
+    // --- summaries-only load ---
+    LoadScope loadScope = LoadScope::Full;
+    bool loadStarted = false;
+    // The running summaries while a summaries-only load reads (the
+    // per-graph call lists above then stay empty).
+    std::unique_ptr<StreamedSummaries> streamed;
+    // A summaries-only load with the load flag: the top-level object events
+    // of every execution, graph by graph, for the object files.
+    std::vector<ProfileEvent> executionObjectEvents;
+    // Sets up the chosen scope (called by loadLog before it reads).
+    void beginLoad(bool loadFlag);
 };
 
 }  // namespace profiling

@@ -1,5 +1,6 @@
 #include "support/LogWriter.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -213,11 +214,18 @@ std::vector<uint8_t> LogWriter::bytes() const {
     return out;
 }
 
+namespace {
+std::atomic<LogWrittenHook> logWrittenHook{nullptr};
+}  // namespace
+
+void setLogWrittenHook(LogWrittenHook hook) { logWrittenHook = hook; }
+
 void LogWriter::writeTo(const std::string& path) const {
     const std::vector<uint8_t> data = bytes();
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
     if (!out) throw std::runtime_error("cannot write test log " + path);
+    if (const LogWrittenHook hook = logWrittenHook) hook(data);
 }
 
 TempDir::TempDir() {

@@ -63,6 +63,7 @@ std::unique_ptr<ReaderPlugin> ReaderPlugin::open(const std::string& path, std::s
     plugin->loadBreak_ = lookUpDeclared(plugin->library_, &profiling::loadBreak);
     plugin->confineObjectFiles_ =
         lookUpDeclared(plugin->library_, &profiling::confineObjectFiles);
+    plugin->setLoadScope_ = lookUpDeclared(plugin->library_, &profiling::setLoadScope);
     return plugin;
 }
 
@@ -161,6 +162,10 @@ profiling::ChunkProblem ReaderPlugin::loadBreak(Reader* reader) const {
 
 bool ReaderPlugin::confineObjectFiles(Reader* reader, const std::string& directory) const {
     return confineObjectFiles_ != nullptr && confineObjectFiles_(reader, directory);
+}
+
+void ReaderPlugin::setLoadScope(Reader* reader, profiling::LoadScope scope) const {
+    if (setLoadScope_ != nullptr) setLoadScope_(reader, scope);
 }
 
 std::string installedPluginPath() {

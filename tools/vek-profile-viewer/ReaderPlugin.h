@@ -73,6 +73,10 @@ public:
     // offer it or the directory cannot be opened.
     bool confineObjectFiles(Reader* reader, const std::string& directory) const;
 
+    // Chooses how much of the log the reader's loadLog keeps; a plug-in
+    // without the choice always keeps everything, which reports the same.
+    void setLoadScope(Reader* reader, profiling::LoadScope scope) const;
+
 private:
     ReaderPlugin() = default;
 
@@ -94,6 +98,7 @@ private:
     decltype(&profiling::setSalvageLoad) setSalvageLoad_ = nullptr;
     decltype(&profiling::loadBreak) loadBreak_ = nullptr;
     decltype(&profiling::confineObjectFiles) confineObjectFiles_ = nullptr;
+    decltype(&profiling::setLoadScope) setLoadScope_ = nullptr;
 };
 
 // The plug-in this tool was built and installed with.

@@ -8,7 +8,8 @@ namespace viewer {
 int runTraceMode(ViewerSession& session) {
     const ViewerOptions& options = session.options();
     const std::string& logPath = options.logPaths.front();
-    ReaderPlugin::ReaderHandle reader = session.loadLog(logPath, ViewerSession::ReaderKind::Trace);
+    ReaderPlugin::ReaderHandle reader = session.loadLog(
+        logPath, ViewerSession::ReaderKind::Trace, ViewerSession::LogContent::SummariesOnly);
     if (!reader) return kExitFailure;
 
     const std::string outputPath = absolutePath(

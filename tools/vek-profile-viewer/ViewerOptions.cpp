@@ -26,12 +26,14 @@ struct ModeEntry {
 const std::vector<ModeEntry>& modeTable() {
     static const std::vector<ModeEntry> table = {
         {"trace", OutputMode::Trace, 1,
-         "a timeline of every graph's average execution for trace viewers (-o, default "
-         "LOG.trace.json), and a short summary"},
+         "a timeline of each graph's averaged ops, end to end with their waits and the work "
+         "beside them, for trace viewers (-o, default LOG.trace.json); prints the init, "
+         "compose, finalize, de-init and average execution times"},
         {"summary", OutputMode::Summary, 1,
-         "every figure of the log as text: init, compose, finalize, de-init, executions "
-         "(average, min, max), library load; -o appends the CSV export of every call"},
-        {"header", OutputMode::Header, 1, "which tool wrote the log, when, for which backend"},
+         "every figure as text: init, compose, finalize and de-init times, each graph's "
+         "average, fastest and slowest execution with the backend's events, inferences per "
+         "second, library load; -o appends every call and event as CSV rows"},
+        {"header", OutputMode::Header, 1, "which tool wrote the log, when, and for which backend"},
         {"top", OutputMode::Top, 1,
          "per graph, the ops ranked by time, with their share of the accelerator time"},
         {"diff", OutputMode::Diff, 2,

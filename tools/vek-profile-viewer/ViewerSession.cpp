@@ -78,7 +78,8 @@ bool ViewerSession::start() {
     return true;
 }
 
-ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, ReaderKind kind) {
+ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, ReaderKind kind,
+                                                  LogContent content) {
     const std::string refusal = tools::logFileRefusal(logPath);
     if (!refusal.empty()) {
         fail(logPath + ": " + refusal);
@@ -93,6 +94,9 @@ ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, Re
         fail("the reader plug-in could not create a reader");
         return reader;
     }
+    plugin_->setLoadScope(reader.get(), content == LogContent::SummariesOnly
+                                            ? profiling::LoadScope::SummariesOnly
+                                            : profiling::LoadScope::Full);
     if (options_.salvage && !plugin_->setSalvageLoad(reader.get(), true)) {
         fail("the reader plug-in cannot salvage a log");
         reader.reset();
@@ -106,7 +110,9 @@ ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, Re
 
 bool ViewerSession::loadOpFigures(const std::string& logPath, bool requireOps,
                                   profiling::LogFigures& figures) {
-    ReaderPlugin::ReaderHandle reader = loadLog(logPath, ReaderKind::Trace);
+    // The figures come from the summaries alone.
+    ReaderPlugin::ReaderHandle reader =
+        loadLog(logPath, ReaderKind::Trace, LogContent::SummariesOnly);
     if (!reader) return false;
     if (!plugin_->collectLogFigures(reader.get(), figures)) {
         fail("the reader plug-in gives no op figures for " + logPath);

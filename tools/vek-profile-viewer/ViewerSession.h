@@ -32,8 +32,13 @@ public:
         Trace,    // the plug-in's own reader (createReader)
         Summary,  // the plain reader with the full text summary
     };
+    // What a mode reads of the log: every call (the CSV export lists them),
+    // or only the per-graph summaries, which load in memory that does not
+    // grow with the log.
+    enum class LogContent { EveryCall, SummariesOnly };
     // A reader with `logPath` loaded; null after saying why.
-    ReaderPlugin::ReaderHandle loadLog(const std::string& logPath, ReaderKind kind);
+    ReaderPlugin::ReaderHandle loadLog(const std::string& logPath, ReaderKind kind,
+                                       LogContent content);
 
     // The op figures of a log (collected by the plug-in from the loaded
     // summaries); false after saying why, also, with `requireOps`, when the
