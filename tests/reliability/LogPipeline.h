@@ -5,12 +5,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <sstream>
 #include <string>
 
 #include "LogJsonDecoder.h"
-#include "OutputSink.h"
 #include "reader/VekProfileLogReader.h"
 #include "reader/VekProfileLogReaderChrometrace.h"
+#include "support/MemoryFile.h"
 
 namespace vek {
 namespace profiling {
@@ -41,9 +42,9 @@ inline void runWholePipeline(const std::string& logPath, const std::string& outp
 // Decodes the log bytes with the log tool, as `vek-profile-log decode` does;
 // true when the tool accepts them.
 inline bool decodeWithTheTool(const uint8_t* data, size_t size) {
-    std::string json;
-    OutputSink sink(json);
-    return decodeLogBytes(data, size, sink).ok() && sink.finish();
+    const testlog::MemoryFile log(std::string(reinterpret_cast<const char*>(data), size));
+    std::ostringstream json;
+    return decodeLog(log.get(), json).ok();
 }
 
 }  // namespace reliability

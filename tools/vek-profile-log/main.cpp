@@ -3,21 +3,22 @@
 #include <getopt.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
+#include <fstream>
+#include <iostream>
 #include <string>
 #include <vector>
 
+#include "InputFile.h"
 #include "LogJsonDecoder.h"
 #include "LogJsonEncoder.h"
-#include "OutputSink.h"
 #include "VekVersion.h"
 
 namespace {
 
 using vek::profiling::ConversionStatus;
-using vek::profiling::OutputSink;
 
 constexpr int kExitOk = 0;
 constexpr int kExitFailure = 1;
@@ -117,36 +118,41 @@ bool sameFile(const std::string& a, const std::string& b) {
            first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
+int fail(const std::string& message) {
+    std::fprintf(stderr, "%s: %s\n", kProgram, message.c_str());
+    return kExitFailure;
+}
+
 int run(const CommandLine& line) {
-    if (sameFile(line.input, line.output)) {
-        std::fprintf(stderr, "%s: the output %s is the input file\n", kProgram,
-                     line.output.c_str());
-        return kExitFailure;
+    if (sameFile(line.input, line.output)) return fail("the output " + line.output + " is the input file");
+    const vek::profiling::InputFile input(line.input);
+    if (input.get() == nullptr) return fail(line.input + ": " + input.error());
+    const bool toFile = line.output != "-";
+    std::ofstream file;
+    if (toFile) {
+        file.open(line.output, std::ios::binary | std::ios::trunc);
+        if (!file) return fail("cannot open " + line.output + " for writing: " + std::strerror(errno));
     }
-    std::string error;
-    std::unique_ptr<OutputSink> out = OutputSink::openFile(line.output, error);
-    if (!out) {
-        std::fprintf(stderr, "%s: %s\n", kProgram, error.c_str());
-        return kExitFailure;
-    }
+    std::ostream& output = toFile ? file : std::cout;
     const ConversionStatus status = line.command == "decode"
-                                        ? vek::profiling::decodeLogFile(line.input, *out)
-                                        : vek::profiling::encodeJsonFile(line.input, *out);
+                                        ? vek::profiling::decodeLog(input.get(), output)
+                                        : vek::profiling::encodeJson(input.get(), output);
     if (!status.warning.empty()) {
-        std::fprintf(stderr, "%s: warning: %s: %s\n", kProgram, line.input.c_str(),
-                     status.warning.c_str());
+        std::fprintf(stderr, "%s: warning: %s: %s\n", kProgram, line.input.c_str(), status.warning.c_str());
     }
-    if (!status.ok()) {
-        out->discard();
-        std::fprintf(stderr, "%s: %s: %s\n", kProgram, line.input.c_str(), status.error.c_str());
-        return kExitFailure;
+    std::string error = status.ok() ? std::string() : line.input + ": " + status.error;
+    if (toFile) file.close();  // fails when the rest cannot be written
+    if (!toFile) std::cout.flush();
+    if (error.empty() && output.fail()) {
+        error = "cannot write " + (toFile ? line.output : "standard output") + ": " + std::strerror(errno);
     }
-    if (!out->finish()) {
-        out->discard();
-        std::fprintf(stderr, "%s: %s\n", kProgram, out->error().c_str());
-        return kExitFailure;
+    if (error.empty()) return kExitOk;
+    // A refused or cut-off output is not left behind as if it were whole.
+    struct stat target {};
+    if (toFile && ::stat(line.output.c_str(), &target) == 0 && S_ISREG(target.st_mode)) {
+        std::remove(line.output.c_str());
     }
-    return kExitOk;
+    return fail(error);
 }
 
 }  // namespace
@@ -163,5 +169,6 @@ int main(int argc, char** argv) {
         std::printf("%s %s\n", kProgram, VEK_PROFILE_VIEWER_VERSION);
         return std::fflush(stdout) == 0 ? kExitOk : kExitFailure;
     }
+    std::ios::sync_with_stdio(false);
     return run(line);
 }
