@@ -41,7 +41,9 @@ Converted decode(const std::string& log) {
     return result;
 }
 
-Converted decode(const std::vector<uint8_t>& log) { return decode(std::string(log.begin(), log.end())); }
+Converted decode(const std::vector<uint8_t>& log) {
+    return decode(std::string(log.begin(), log.end()));
+}
 
 Converted encode(const std::string& json) {
     const MemoryFile in(json);
@@ -81,8 +83,10 @@ TEST(LogJsonDecode, WriterLogShowsEveryValueTypeAndLeavesAbsentFieldsOut) {
     log.chunk()
         .header(HeaderSpec{}.tool("vek-net-run", "v2.1").epoch(1718000000000000).scale(0.5f))
         .message(MessageSpec(kExecute).graph("g0").times(100, 250).visible(3).withEvents({
-            EventSpec::u64("Accelerator", 90, 1, 7).at(123).withChildren({
-                EventSpec::i64("delta", -5).withChildren({EventSpec::f32("ratio", 0.25f)})}),
+            EventSpec::u64("Accelerator", 90, 1, 7)
+                .at(123)
+                .withChildren(
+                    {EventSpec::i64("delta", -5).withChildren({EventSpec::f32("ratio", 0.25f)})}),
             EventSpec::f64("precise", 1.0 / 3.0),
             EventSpec::text("label", "conv"),
             EventSpec::object("dump", {0, 7, 255}, "dump.bin"),
@@ -154,12 +158,14 @@ TEST(LogJsonRoundTrip, SampleAndExtremeValuesComeBackUnchanged) {
 // NUL bytes are JSON escapes; bytes that are not UTF-8 are written as \xHH,
 // which only this tool reads back, so that such names are not lost.
 TEST(LogJsonRoundTrip, NamesWithNulBytesAndInvalidUtf8KeepTheirBytes) {
-    const std::string names[] = {std::string("a\0b", 3), "\xff\xfe", "caf\xc3\xa9",
-                                 "\xf0\x9f\x98\x80", "\xed\xa0\x80 lone surrogate", "\xc3"};
+    const std::string names[] = {
+        std::string("a\0b", 3),        "\xff\xfe", "caf\xc3\xa9", "\xf0\x9f\x98\x80",
+        "\xed\xa0\x80 lone surrogate", "\xc3"};
     for (const std::string& name : names) {
         SCOPED_TRACE(name);
         LogWriter log;
-        log.chunk().message(MessageSpec(kExecute).graph(name).withEvents({EventSpec::u64(name, 1)}));
+        log.chunk().message(
+            MessageSpec(kExecute).graph(name).withEvents({EventSpec::u64(name, 1)}));
         const Converted json = decode(log.bytes());
         ASSERT_TRUE(json.status.ok()) << json.status.error;
         const Converted encoded = encode(json.output);

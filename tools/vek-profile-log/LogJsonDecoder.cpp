@@ -48,7 +48,8 @@ public:
         for (flatbuffers::StructDef* table : parser_->structs_.vec) {
             for (flatbuffers::FieldDef* field : table->fields.vec) {
                 flatbuffers::BaseType& type = field->value.type.base_type;
-                if (type != flatbuffers::BASE_TYPE_FLOAT && type != flatbuffers::BASE_TYPE_DOUBLE) continue;
+                if (type != flatbuffers::BASE_TYPE_FLOAT && type != flatbuffers::BASE_TYPE_DOUBLE)
+                    continue;
                 floatFields_[field->name] = type;
                 field->value.constant = "0";  // the default, read as the new type
                 type = type == flatbuffers::BASE_TYPE_FLOAT ? flatbuffers::BASE_TYPE_UINT
@@ -116,23 +117,24 @@ ConversionStatus decodeLog(std::FILE* log, std::ostream& json) {
     ChunkTextWriter writer;
     std::vector<uint8_t> chunk;
     uint64_t offset = 0;
-    json << "{\n    \"chunks\": [";
+    constexpr char kStart[] = "{\n    \"chunks\": [";  // written with the first chunk
     for (;; ++status.chunkCount) {
         uint8_t field[kLengthFieldSize];
         const size_t got = std::fread(field, 1, sizeof field, log);
         if (got < sizeof field) {
             // The reader stops quietly at a cut-short length field; so do we, but say so.
             if (got > 0 && !std::ferror(log)) {
-                status.warning = "ignored " + std::to_string(got) + " trailing byte(s) at byte offset " +
-                                 std::to_string(offset) + ", too few for a chunk length";
+                status.warning = "ignored " + std::to_string(got) +
+                                 " trailing byte(s) at byte offset " + std::to_string(offset) +
+                                 ", too few for a chunk length";
             }
             break;
         }
-        const uint32_t length = static_cast<uint32_t>(field[0]) | static_cast<uint32_t>(field[1]) << 8 |
-                                static_cast<uint32_t>(field[2]) << 16 |
-                                static_cast<uint32_t>(field[3]) << 24;
-        const std::string place = "chunk " + std::to_string(status.chunkCount) + " at byte offset " +
-                                  std::to_string(offset) + ": ";
+        const uint32_t length =
+            static_cast<uint32_t>(field[0]) | static_cast<uint32_t>(field[1]) << 8 |
+            static_cast<uint32_t>(field[2]) << 16 | static_cast<uint32_t>(field[3]) << 24;
+        const std::string place = "chunk " + std::to_string(status.chunkCount) +
+                                  " at byte offset " + std::to_string(offset) + ": ";
         if (length >= kMaximumChunkSize) {
             status.error = place + "corrupt chunk: length " + std::to_string(length) +
                            " is beyond the largest chunk the reader accepts";
@@ -151,7 +153,7 @@ ConversionStatus decodeLog(std::FILE* log, std::ostream& json) {
                            " bytes: it fails the log verifier";
             return status;
         }
-        json << (status.chunkCount > 0 ? ",\n        " : "\n        ");
+        json << (status.chunkCount > 0 ? "," : kStart) << "\n        ";
         if (!writer.write(chunk.data(), "        ", json)) {
             status.error = place + "the text generator refuses the chunk";
             return status;
@@ -162,7 +164,7 @@ ConversionStatus decodeLog(std::FILE* log, std::ostream& json) {
         status.error = std::string("cannot read: ") + std::strerror(errno);
         return status;
     }
-    json << "\n    ]\n}\n";
+    json << (status.chunkCount > 0 ? "" : kStart) << "\n    ]\n}\n";
     return status;
 }
 

@@ -24,7 +24,8 @@ bool isBlank(int c) { return c == ' ' || c == '\n' || c == '\t' || c == '\r'; }
 bool isFramingCharacter(char c) {
     static const auto table = [] {
         std::array<bool, 256> framing{};
-        for (const unsigned char special : {'"', '\\', '{', '}', '[', ']', '/'}) framing[special] = true;
+        for (const unsigned char special : {'"', '\\', '{', '}', '[', ']', '/'})
+            framing[special] = true;
         return framing;
     }();
     return table[static_cast<unsigned char>(c)];
@@ -48,7 +49,9 @@ public:
         int c = nextToken();
         if (c == ']') {
             finished_ = true;
-            return nextToken() == '}' && nextToken() == EOF ? false : fail("expected the JSON to end with ]}");
+            return nextToken() == '}' && nextToken() == EOF
+                       ? false
+                       : fail("expected the JSON to end with ]}");
         }
         if (chunkLine_ > 0 && c != ',') return fail("expected , or ] after a chunk");
         if (chunkLine_ > 0) c = nextToken();
@@ -67,7 +70,8 @@ private:
     // Moves past the characters up to `to`, counting lines and columns.
     void advance(const char* to) {
         const char* lineStart = next_;
-        while (const void* end = std::memchr(lineStart, '\n', static_cast<size_t>(to - lineStart))) {
+        while (const void* end =
+                   std::memchr(lineStart, '\n', static_cast<size_t>(to - lineStart))) {
             ++line_;
             column_ = 0;
             lineStart = static_cast<const char*>(end) + 1;
@@ -97,7 +101,8 @@ private:
     }
     bool readChunkRest(std::string& text);
     bool fail(const std::string& problem) {
-        error_ = "line " + std::to_string(line_) + ", column " + std::to_string(column_) + ": " + problem;
+        error_ = "line " + std::to_string(line_) + ", column " + std::to_string(column_) + ": " +
+                 problem;
         return false;
     }
 
@@ -152,8 +157,9 @@ std::string parseError(const std::string& message, const ChunkTextReader& reader
     long column = 0;
     int reason = 0;
     std::sscanf(last.c_str(), "%d: %ld: error: %n", &line, &column, &reason);
-    return "chunk " + std::to_string(chunk) + ", line " + std::to_string(reader.chunkLine() + line - 1) +
-           ", column " + std::to_string(line == 1 ? reader.chunkColumn() + column : column) + ": " +
+    return "chunk " + std::to_string(chunk) + ", line " +
+           std::to_string(reader.chunkLine() + line - 1) + ", column " +
+           std::to_string(line == 1 ? reader.chunkColumn() + column : column) + ": " +
            last.substr(static_cast<size_t>(reason));
 }
 
@@ -173,14 +179,16 @@ ConversionStatus encodeJson(std::FILE* json, std::ostream& log) {
         const uint8_t* data = parser->builder_.GetBufferPointer();
         const uint32_t size = parser->builder_.GetSize();
         if (!FlatBufferReaderUtil::verifyChunk(data, size)) {
-            status.error = "chunk " + std::to_string(status.chunkCount) + ": the encoded chunk fails the log verifier";
+            status.error = "chunk " + std::to_string(status.chunkCount) +
+                           ": the encoded chunk fails the log verifier";
             return status;
         }
         const char length[4] = {static_cast<char>(size), static_cast<char>(size >> 8),
                                 static_cast<char>(size >> 16), static_cast<char>(size >> 24)};
         log.write(length, sizeof length).write(reinterpret_cast<const char*>(data), size);
     }
-    status.error = std::ferror(json) ? std::string("cannot read: ") + std::strerror(errno) : reader.error();
+    status.error =
+        std::ferror(json) ? std::string("cannot read: ") + std::strerror(errno) : reader.error();
     return status;
 }
 

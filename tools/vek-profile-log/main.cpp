@@ -1,24 +1,21 @@
 // vek-profile-log: decodes a binary profile log to JSON and encodes such
 // JSON back into a log.
 #include <getopt.h>
-#include <sys/stat.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
-#include <iostream>
 #include <string>
 #include <vector>
 
 #include "InputFile.h"
 #include "LogJsonDecoder.h"
 #include "LogJsonEncoder.h"
+#include "OutputFile.h"
 #include "VekVersion.h"
 
 namespace {
 
 using vek::profiling::ConversionStatus;
+using vek::tools::OutputFile;
 
 constexpr int kExitOk = 0;
 constexpr int kExitFailure = 1;
@@ -81,14 +78,14 @@ int parseCommandLine(int argc, char** argv, CommandLine& line) {
                 break;
             case 'h': line.help = true; break;
             case 'V': line.version = true; break;
-            case ':': return usageError(std::string("option '") + argv[optind - 1] +
-                                        "' needs an argument");
+            case ':':
+                return usageError(std::string("option '") + argv[optind - 1] +
+                                  "' needs an argument");
             default:
                 // optopt names an unknown short option; a long one is the argument just passed.
-                return usageError(optopt != 0 ? std::string("unknown option '-") +
-                                                    static_cast<char>(optopt) + "'"
-                                              : std::string("unknown option '") +
-                                                    argv[optind - 1] + "'");
+                return usageError(
+                    optopt != 0 ? std::string("unknown option '-") + static_cast<char>(optopt) + "'"
+                                : std::string("unknown option '") + argv[optind - 1] + "'");
         }
     }
     if (line.help || line.version) return kExitOk;
@@ -109,50 +106,28 @@ int parseCommandLine(int argc, char** argv, CommandLine& line) {
     return kExitOk;
 }
 
-// Opening the output truncates it, so writing over the input would destroy it.
-bool sameFile(const std::string& a, const std::string& b) {
-    if (a == "-" || b == "-") return false;
-    struct stat first {};
-    struct stat second {};
-    return ::stat(a.c_str(), &first) == 0 && ::stat(b.c_str(), &second) == 0 &&
-           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-}
-
 int fail(const std::string& message) {
     std::fprintf(stderr, "%s: %s\n", kProgram, message.c_str());
     return kExitFailure;
 }
 
 int run(const CommandLine& line) {
-    if (sameFile(line.input, line.output)) return fail("the output " + line.output + " is the input file");
     const vek::profiling::InputFile input(line.input);
     if (input.get() == nullptr) return fail(line.input + ": " + input.error());
-    const bool toFile = line.output != "-";
-    std::ofstream file;
-    if (toFile) {
-        file.open(line.output, std::ios::binary | std::ios::trunc);
-        if (!file) return fail("cannot open " + line.output + " for writing: " + std::strerror(errno));
-    }
-    std::ostream& output = toFile ? file : std::cout;
+    // Written whole or not at all, so also over the input.
+    std::string error;
+    const auto output = OutputFile::open(line.output, OutputFile::Mode::kReplace, error);
+    if (!output) return fail("cannot write " + line.output + ": " + error);
     const ConversionStatus status = line.command == "decode"
-                                        ? vek::profiling::decodeLog(input.get(), output)
-                                        : vek::profiling::encodeJson(input.get(), output);
+                                        ? vek::profiling::decodeLog(input.get(), output->stream())
+                                        : vek::profiling::encodeJson(input.get(), output->stream());
     if (!status.warning.empty()) {
-        std::fprintf(stderr, "%s: warning: %s: %s\n", kProgram, line.input.c_str(), status.warning.c_str());
+        std::fprintf(stderr, "%s: warning: %s: %s\n", kProgram, line.input.c_str(),
+                     status.warning.c_str());
     }
-    std::string error = status.ok() ? std::string() : line.input + ": " + status.error;
-    if (toFile) file.close();  // fails when the rest cannot be written
-    if (!toFile) std::cout.flush();
-    if (error.empty() && output.fail()) {
-        error = "cannot write " + (toFile ? line.output : "standard output") + ": " + std::strerror(errno);
-    }
-    if (error.empty()) return kExitOk;
-    // A refused or cut-off output is not left behind as if it were whole.
-    struct stat target {};
-    if (toFile && ::stat(line.output.c_str(), &target) == 0 && S_ISREG(target.st_mode)) {
-        std::remove(line.output.c_str());
-    }
-    return fail(error);
+    if (!status.ok()) return fail(line.input + ": " + status.error);
+    if (!output->commit(error)) return fail("cannot write " + line.output + ": " + error);
+    return kExitOk;
 }
 
 }  // namespace
@@ -169,6 +144,5 @@ int main(int argc, char** argv) {
         std::printf("%s %s\n", kProgram, VEK_PROFILE_VIEWER_VERSION);
         return std::fflush(stdout) == 0 ? kExitOk : kExitFailure;
     }
-    std::ios::sync_with_stdio(false);
     return run(line);
 }
