@@ -144,9 +144,17 @@ void enterSandbox(int* argc, char*** argv) {
     *argc = static_cast<int>(arguments.values.size());
     *argv = pointers.data();
 
-    std::string pattern = startDirectory + "/vek-fuzz-scratch-XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) die("cannot create a scratch directory");
+    // Every input writes and removes files there: in memory (tmpfs) when the
+    // machine has it.
+    std::string pattern;
+    for (const std::string& base : {std::string("/dev/shm"), startDirectory}) {
+        pattern = base + "/vek-fuzz-scratch-XXXXXX";
+        if (mkdtemp(pattern.data()) != nullptr) break;
+        pattern.clear();
+    }
+    if (pattern.empty()) die("cannot create a scratch directory");
     scratchPath = pattern;
+    arguments.writableDirectories.push_back(scratchPath);
     std::atexit(removeScratch);
     if (chdir(scratchPath.c_str()) != 0) die("cannot enter " + scratchPath);
     silenceStandardOutput();

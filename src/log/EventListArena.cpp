@@ -1,10 +1,19 @@
 #include "log/EventListArena.h"
 
+#include <algorithm>
 #include <new>
 
 // On Linux, blocks are mapped directly, populated; sanitizer builds use the
-// heap, whose bounds the sanitizers check.
-#if defined(__linux__) && !defined(__SANITIZE_ADDRESS__)
+// heap, whose bounds the sanitizers check. GCC says so with a macro, clang
+// through __has_feature.
+#if defined(__SANITIZE_ADDRESS__)
+#define VEK_ADDRESS_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VEK_ADDRESS_SANITIZER 1
+#endif
+#endif
+#if defined(__linux__) && !defined(VEK_ADDRESS_SANITIZER)
 #define VEK_MAP_EVENT_BLOCKS 1
 #include <sys/mman.h>
 #endif
@@ -13,7 +22,10 @@ namespace vek {
 namespace profiling {
 namespace {
 
-// Lists are cut from blocks of this size; a longer list gets a block of its own.
+// Lists are cut from blocks that double in size from the first to the
+// largest, so that a small log does not map (and fault in) a megabyte; a list
+// longer than the largest block gets a block of its own.
+constexpr size_t kFirstBlockSize = size_t{64} << 10;
 constexpr size_t kBlockSize = size_t{1} << 20;
 
 }  // namespace
@@ -28,7 +40,8 @@ StoredEvents& EventListArena::allocate(size_t count) {
         return *new (own.storage.get()) StoredEvents{count};
     }
     if (blocks_.empty() || blocks_.back().capacity - blocks_.back().used < bytes) {
-        blocks_.push_back(newBlock(kBlockSize));
+        const size_t grown = blocks_.empty() ? kFirstBlockSize : 2 * blocks_.back().capacity;
+        blocks_.push_back(newBlock(std::min(std::max(grown, bytes), kBlockSize)));
     }
     Block& block = blocks_.back();
     auto* list = new (block.storage.get() + block.used) StoredEvents{count};

@@ -61,7 +61,10 @@ TEST(FuzzRegression, LogInputsRunThroughTheWholePipeline) {
         testing::internal::CaptureStdout();
         const int64_t growth = reliability::peakGrowth([&] {
             CurrentDirectory inside(dir.path());
-            reliability::runWholePipeline(input.string(), dir.path());
+            for (const bool flagTheTraceReader : {false, true}) {
+                reliability::runWholePipeline(input.string(), dir.file("summary.csv"),
+                                              flagTheTraceReader);
+            }
             reliability::decodeWithTheTool(reinterpret_cast<const uint8_t*>(bytes.data()),
                                            bytes.size());
         });

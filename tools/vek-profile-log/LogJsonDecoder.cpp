@@ -19,9 +19,6 @@ namespace {
 constexpr size_t kLengthFieldSize = 4;
 // The verifier refuses larger chunks, so there is no point reading them.
 constexpr uint32_t kMaximumChunkSize = 0x7fffffff;
-// The buffer grows with the bytes that actually arrive, at most doubling, so
-// a corrupt length field cannot make us allocate gigabytes.
-constexpr size_t kFirstReadSize = 1u << 20;
 
 template <typename Value, typename Bits>
 std::string exactText(Bits bits) {
@@ -59,11 +56,13 @@ public:
     }
 
     // Writes a verified chunk as a JSON object, every line after the first
-    // preceded by `indent`. False when the generator fails.
-    bool write(const uint8_t* chunk, std::string_view indent, std::ostream& out) {
-        text_.clear();
-        if (!flatbuffers::GenerateText(*parser_, chunk, &text_)) return false;
-        const std::string_view text(text_.data(), text_.find_last_not_of('\n') + 1);
+    // preceded by `indent`. False when the generator fails; `scratch` is
+    // reused from chunk to chunk.
+    bool write(const uint8_t* chunk, std::string_view indent, std::string& scratch,
+               std::ostream& out) const {
+        scratch.clear();
+        if (!flatbuffers::GenerateText(*parser_, chunk, &scratch)) return false;
+        const std::string_view text(scratch.data(), scratch.find_last_not_of('\n') + 1);
         for (size_t start = 0; start <= text.size();) {
             const size_t end = std::min(text.find('\n', start), text.size());
             const std::string_view line = text.substr(start, end - start);
@@ -95,27 +94,29 @@ public:
 private:
     std::unique_ptr<flatbuffers::Parser> parser_;
     std::map<std::string, flatbuffers::BaseType, std::less<>> floatFields_;  // by name
-    std::string text_;
 };
 
+// Reads up to `size` bytes. The buffer grows only with the bytes that
+// arrive, so a corrupt length field cannot make us allocate gigabytes.
 size_t readChunk(std::FILE* log, size_t size, std::vector<uint8_t>& chunk) {
-    size_t have = 0;
-    for (size_t step = kFirstReadSize; have < size; step = have) {
-        chunk.resize(have + std::min(size - have, step));
-        const size_t got = std::fread(chunk.data() + have, 1, chunk.size() - have, log);
-        have += got;
-        if (have < chunk.size()) break;
+    uint8_t block[64 * 1024];
+    chunk.clear();
+    while (chunk.size() < size) {
+        const size_t wanted = std::min(size - chunk.size(), sizeof block);
+        const size_t got = std::fread(block, 1, wanted, log);
+        chunk.insert(chunk.end(), block, block + got);
+        if (got < wanted) break;
     }
-    chunk.resize(have);
-    return have;
+    return chunk.size();
 }
 
 }  // namespace
 
 ConversionStatus decodeLog(std::FILE* log, std::ostream& json) {
     ConversionStatus status;
-    ChunkTextWriter writer;
+    static const ChunkTextWriter writer;  // loading the schema costs more than a small log
     std::vector<uint8_t> chunk;
+    std::string scratch;
     uint64_t offset = 0;
     constexpr char kStart[] = "{\n    \"chunks\": [";  // written with the first chunk
     for (;; ++status.chunkCount) {
@@ -154,7 +155,7 @@ ConversionStatus decodeLog(std::FILE* log, std::ostream& json) {
             return status;
         }
         json << (status.chunkCount > 0 ? "," : kStart) << "\n        ";
-        if (!writer.write(chunk.data(), "        ", json)) {
+        if (!writer.write(chunk.data(), "        ", scratch, json)) {
             status.error = place + "the text generator refuses the chunk";
             return status;
         }

@@ -167,13 +167,18 @@ std::string parseError(const std::string& message, const ChunkTextReader& reader
 
 ConversionStatus encodeJson(std::FILE* json, std::ostream& log) {
     ConversionStatus status;
-    const std::unique_ptr<flatbuffers::Parser> parser = loadLogSchema();
+    // Loading the schema costs more than a small log. A parser that stopped
+    // at an error may keep some of its state, so it is not used again.
+    thread_local std::unique_ptr<flatbuffers::Parser> parser;
     ChunkTextReader reader(json);
     std::string text;
     for (; reader.next(text); ++status.chunkCount) {
+        if (!parser) parser = loadLogSchema();
         parser->builder_.Clear();
+        parser->error_.clear();  // warnings would pile up
         if (!parser->ParseJson(text.c_str())) {
             status.error = parseError(parser->error_, reader, status.chunkCount);
+            parser.reset();
             return status;
         }
         const uint8_t* data = parser->builder_.GetBufferPointer();
