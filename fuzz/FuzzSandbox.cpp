@@ -35,8 +35,14 @@ std::string scratchPath;
 void removeScratch() {
     if (scratchPath.empty()) return;
     std::error_code ignored;
+    for (fs::directory_iterator entry(scratchPath, ignored), end; !ignored && entry != end;
+         entry.increment(ignored)) {
+        fs::remove_all(entry->path(), ignored);
+    }
     fs::current_path(fs::path(scratchPath).parent_path(), ignored);
-    fs::remove_all(scratchPath, ignored);
+    // rmdir itself: remove_all tries unlink first, which the sandbox refuses
+    // in the scratch directory's parent.
+    rmdir(scratchPath.c_str());
 }
 
 std::string absoluteFrom(const std::string& base, const std::string& path) {
@@ -92,9 +98,23 @@ long landlock(long call, const void* attribute, size_t size, uint32_t flags) {
     return syscall(call, attribute, size, flags);
 }
 
-// Allows writes only beneath the given directories, for this process and
-// every process it starts. False when the kernel offers no Landlock.
-bool confineWrites(const std::vector<std::string>& directories) {
+// Allows one kind of access beneath `directory`.
+void allowBeneath(int rulesetFd, const std::string& directory, uint64_t access) {
+    landlock_path_beneath_attr beneath{};
+    beneath.allowed_access = access;
+    beneath.parent_fd = open(directory.c_str(), O_PATH | O_CLOEXEC);
+    if (beneath.parent_fd < 0) return;  // not there: nothing to allow
+    const long added =
+        syscall(SYS_landlock_add_rule, rulesetFd, LANDLOCK_RULE_PATH_BENEATH, &beneath, 0);
+    close(beneath.parent_fd);
+    if (added != 0) die("cannot allow writes beneath " + directory);
+}
+
+// Allows writes only beneath the given directories, and the removal of empty
+// directories from `removableFrom` (so that the scratch directory can go),
+// for this process and every process it starts. False when the kernel
+// offers no Landlock.
+bool confineWrites(const std::vector<std::string>& directories, const std::string& removableFrom) {
     const long abi = landlock(SYS_landlock_create_ruleset, nullptr, 0,
                               LANDLOCK_CREATE_RULESET_VERSION);
     if (abi < 1) return false;
@@ -111,15 +131,9 @@ bool confineWrites(const std::vector<std::string>& directories) {
         static_cast<int>(landlock(SYS_landlock_create_ruleset, &ruleset, sizeof ruleset, 0));
     if (rulesetFd < 0) return false;
     for (const std::string& directory : directories) {
-        landlock_path_beneath_attr beneath{};
-        beneath.allowed_access = ruleset.handled_access_fs;
-        beneath.parent_fd = open(directory.c_str(), O_PATH | O_CLOEXEC);
-        if (beneath.parent_fd < 0) continue;  // not there: nothing to allow
-        const long added =
-            syscall(SYS_landlock_add_rule, rulesetFd, LANDLOCK_RULE_PATH_BENEATH, &beneath, 0);
-        close(beneath.parent_fd);
-        if (added != 0) die("cannot allow writes beneath " + directory);
+        allowBeneath(rulesetFd, directory, ruleset.handled_access_fs);
     }
+    allowBeneath(rulesetFd, removableFrom, LANDLOCK_ACCESS_FS_REMOVE_DIR);
     const bool restricted = prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
                             syscall(SYS_landlock_restrict_self, rulesetFd, 0) == 0;
     close(rulesetFd);
@@ -159,7 +173,7 @@ void enterSandbox(int* argc, char*** argv) {
     if (chdir(scratchPath.c_str()) != 0) die("cannot enter " + scratchPath);
     silenceStandardOutput();
 
-    if (!confineWrites(arguments.writableDirectories)) {
+    if (!confineWrites(arguments.writableDirectories, fs::path(scratchPath).parent_path())) {
         const char* unconfined = std::getenv("VEK_FUZZ_UNCONFINED");
         if (unconfined == nullptr || std::strcmp(unconfined, "1") != 0) {
             die("cannot confine file writes (no Landlock in this kernel); set "

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <vector>
+#include <memory>
 
 #include "LogJsonSchema.h"
 #include "log/FlatBufferReaderUtil.h"
@@ -36,7 +36,7 @@ bool isFramingCharacter(char c) {
 // and brackets are followed, to find where it ends; the rest is the parser's.
 class ChunkTextReader {
 public:
-    explicit ChunkTextReader(std::FILE* in) : in_(in), buffer_(64 * 1024) {}
+    explicit ChunkTextReader(std::FILE* in) : in_(in), buffer_(new char[kBufferSize]) {}
 
     // The next chunk object into `text`; false after the last one or on an
     // error, which error() then describes.
@@ -81,8 +81,8 @@ private:
     }
     bool available() {
         if (next_ == end_) {
-            next_ = buffer_.data();
-            end_ = next_ + std::fread(buffer_.data(), 1, buffer_.size(), in_);
+            next_ = buffer_.get();
+            end_ = next_ + std::fread(buffer_.get(), 1, kBufferSize, in_);
         }
         return next_ != end_;
     }
@@ -107,7 +107,8 @@ private:
     }
 
     std::FILE* in_;
-    std::vector<char> buffer_;
+    static constexpr size_t kBufferSize = 64 * 1024;
+    std::unique_ptr<char[]> buffer_;
     const char* next_ = nullptr;
     const char* end_ = nullptr;
     int line_ = 1;
