@@ -65,7 +65,8 @@ size_t pack(const Chunks& chunks, uint8_t* out, size_t maxSize) {
         builder.Finish(fb::LogChunk::Pack(builder, chunk.get()));
         const uint32_t length = builder.GetSize();
         if (maxSize - size < kLengthFieldSize + length) return 0;
-        for (int shift = 0; shift < 32; shift += 8) out[size++] = static_cast<uint8_t>(length >> shift);
+        for (int shift = 0; shift < 32; shift += 8)
+            out[size++] = static_cast<uint8_t>(length >> shift);
         std::memcpy(out + size, builder.GetBufferPointer(), length);
         size += length;
     }
@@ -75,8 +76,13 @@ size_t pack(const Chunks& chunks, uint8_t* out, size_t maxSize) {
 template <typename Value>
 Value edgeValue(Random& random) {
     using Limits = std::numeric_limits<Value>;
-    const Value edges[] = {0, 1, Limits::max(), Limits::min(), static_cast<Value>(Limits::max() - 1),
-                           static_cast<Value>(-1), static_cast<Value>(Limits::max() / 2 + 1)};
+    const Value edges[] = {0,
+                           1,
+                           Limits::max(),
+                           Limits::min(),
+                           static_cast<Value>(Limits::max() - 1),
+                           static_cast<Value>(-1),
+                           static_cast<Value>(Limits::max() / 2 + 1)};
     if (random() % 4 == 0) return static_cast<Value>(random() * uint64_t{2654435761u});
     return edges[random() % (sizeof edges / sizeof edges[0])];
 }
@@ -84,20 +90,27 @@ Value edgeValue(Random& random) {
 template <typename Value>
 Value edgeFloat(Random& random) {
     using Limits = std::numeric_limits<Value>;
-    const Value edges[] = {0, -Value(0), 1, Limits::max(), Limits::lowest(), Limits::denorm_min(),
-                           Limits::infinity(), -Limits::infinity(), Limits::quiet_NaN(),
-                           Value(1e-30), Value(0.5)};
+    const Value edges[] = {0,
+                           -Value(0),
+                           1,
+                           Limits::max(),
+                           Limits::lowest(),
+                           Limits::denorm_min(),
+                           Limits::infinity(),
+                           -Limits::infinity(),
+                           Limits::quiet_NaN(),
+                           Value(1e-30),
+                           Value(0.5)};
     return edges[random() % (sizeof edges / sizeof edges[0])];
 }
 
 // The identifiers that the statistics and the trace builder give a meaning.
 uint32_t meaningfulIdentifier(Random& random) {
-    const uint32_t identifiers[] = {kInitEventIdentifier,      kOpRecordIdentifier,
-                                    kQueueWaitIdentifier,      kWaitDurationIdentifier,
-                                    kOpBackgroundIdentifier,   kWaitBackgroundIdentifier,
-                                    kResourceMaskIdentifier,   kOpBackgroundNameIdentifier,
-                                    kWaitBackgroundNameIdentifier, kHiddenIdentifierFirst,
-                                    kHiddenIdentifierLast,     0};
+    const uint32_t identifiers[] = {
+        kInitEventIdentifier,    kOpRecordIdentifier,         kQueueWaitIdentifier,
+        kWaitDurationIdentifier, kOpBackgroundIdentifier,     kWaitBackgroundIdentifier,
+        kResourceMaskIdentifier, kOpBackgroundNameIdentifier, kWaitBackgroundNameIdentifier,
+        kHiddenIdentifierFirst,  kHiddenIdentifierLast,       0};
     return identifiers[random() % (sizeof identifiers / sizeof identifiers[0])];
 }
 
@@ -133,10 +146,19 @@ Item* pick(std::vector<Item*>& items, Random& random) {
 
 void setEventNumber(fb::LogEventT& event, Random& random) {
     switch (random() % 8) {
-        case 0: event.identifier = random() % 2 ? meaningfulIdentifier(random) : edgeValue<uint32_t>(random); break;
+        case 0:
+            event.identifier =
+                random() % 2 ? meaningfulIdentifier(random) : edgeValue<uint32_t>(random);
+            break;
         case 1: event.uint64Value = edgeValue<uint64_t>(random); break;
-        case 2: event.unit = random() % 3 ? static_cast<uint32_t>(random() % 8) : edgeValue<uint32_t>(random); break;
-        case 3: event.valueType = random() % 3 ? static_cast<int32_t>(random() % 8) : edgeValue<int32_t>(random); break;
+        case 2:
+            event.unit =
+                random() % 3 ? static_cast<uint32_t>(random() % 8) : edgeValue<uint32_t>(random);
+            break;
+        case 3:
+            event.valueType =
+                random() % 3 ? static_cast<int32_t>(random() % 8) : edgeValue<int32_t>(random);
+            break;
         case 4: event.int64Value = edgeValue<int64_t>(random); break;
         case 5: event.floatValue = edgeFloat<float>(random); break;
         case 6: event.doubleValue = edgeFloat<double>(random); break;
@@ -146,7 +168,9 @@ void setEventNumber(fb::LogEventT& event, Random& random) {
 
 void setMessageNumber(fb::LogMessageT& message, Random& random) {
     switch (random() % 5) {
-        case 0: message.methodType = static_cast<uint8_t>(random() % 3 ? random() % 19 : random()); break;
+        case 0:
+            message.methodType = static_cast<uint8_t>(random() % 3 ? random() % 19 : random());
+            break;
         case 1: message.visibility = edgeValue<int8_t>(random); break;
         case 2: message.timing->startTime = edgeValue<uint64_t>(random); break;
         case 3: message.timing->endTime = edgeValue<uint64_t>(random); break;

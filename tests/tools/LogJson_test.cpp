@@ -252,6 +252,8 @@ TEST(LogJsonEncode, RefusalsNameThePlaceAndTheReason) {
         {R"({"chunks": [{} {}]})", "expected , or ] after a chunk"},
         {R"({"chunks": [{"messages": [)", "the JSON ends inside a chunk object"},
         {"{\"chunks\": [{/* ] */}]}", "comments are not JSON"},
+        {std::string("{\"chunks\": [{\"header\": {\"toolName\": \"a") + '\0' + "\"}}]}",
+         "line 1, column 39: a NUL byte is not JSON"},
         // A chunk: its index and the place in the whole JSON.
         {"{\"chunks\": [\n    {},\n    {\"messages\": [{\"stamp\": {}}]}\n]}",
          "chunk 1, line 3, column 32: required field is missing: timing in LogMessage"},

@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <string>
 #include <memory>
+#include <string>
 
 #include "LogJsonSchema.h"
 #include "log/FlatBufferReaderUtil.h"
@@ -20,11 +20,12 @@ constexpr size_t kMaximumChunkText = size_t{512} << 20;
 
 bool isBlank(int c) { return c == ' ' || c == '\n' || c == '\t' || c == '\r'; }
 
-// The characters that open or close a string, an object or an array.
+// The characters that open or close a string, an object or an array, and
+// those that are never JSON outside a string (/) or anywhere (NUL).
 bool isFramingCharacter(char c) {
     static const auto table = [] {
         std::array<bool, 256> framing{};
-        for (const unsigned char special : {'"', '\\', '{', '}', '[', ']', '/'})
+        for (const unsigned char special : {'"', '\\', '{', '}', '[', ']', '/', '\0'})
             framing[special] = true;
         return framing;
     }();
@@ -128,7 +129,10 @@ bool ChunkTextReader::readChunkRest(std::string& text) {
         if (!available()) return fail("the JSON ends inside a chunk object");
         const char* c = next_;
         for (; c != end_ && depth > 0; ++c) {
-            if (escaped) {
+            if (*c == '\0') {
+                advance(c + 1);
+                return fail("a NUL byte is not JSON");  // and would end the parser's text
+            } else if (escaped) {
                 escaped = false;
             } else if (!isFramingCharacter(*c)) {
                 continue;
@@ -136,7 +140,7 @@ bool ChunkTextReader::readChunkRest(std::string& text) {
                 escaped = *c == '\\';
                 inString = *c != '"';
             } else if (*c == '/') {
-                advance(c);
+                advance(c + 1);
                 return fail("comments are not JSON");  // and could hide a bracket
             } else {
                 inString = *c == '"';
