@@ -7,10 +7,10 @@
 // valid log get libFuzzer's byte mutations instead.
 //
 // An edit is one of: a number set to an edge value, an event or graph named
-// like another one, an event copied elsewhere, removed or moved, a method
-// type, visibility, unit, value type or identifier changed (the identifiers
-// that the reports give a meaning), a message copied or removed, a name's
-// bytes mutated.
+// like another one, an event copied elsewhere, removed or moved, a list of
+// events doubled, a method type, visibility, unit, value type or identifier
+// changed (the identifiers that the reports give a meaning), a message
+// copied or removed, a name's bytes mutated.
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -200,7 +200,7 @@ bool edit(Chunks& chunks, Random& random) {
     fb::LogEventT* other = pick(parts.events, random);
     fb::LogMessageT* message = pick(parts.messages, random);
     EventList* list = pick(parts.lists, random);
-    switch (random() % 11) {
+    switch (random() % 12) {
         case 0:
             if (event == nullptr) return false;
             setEventNumber(*event, random);
@@ -251,6 +251,14 @@ bool edit(Chunks& chunks, Random& random) {
             if (event == nullptr) return false;
             mutateText(random() % 2 ? event->name : event->detail);
             return true;
+        case 10: {  // a list doubled, so that wide levels (hashed by name) come soon
+            if (list == nullptr || list->empty()) return false;
+            const size_t count = list->size();
+            for (size_t i = 0; i < count; ++i) {
+                list->push_back(std::make_unique<fb::LogEventT>(*(*list)[i]));
+            }
+            return true;
+        }
         default:
             if (message == nullptr) return false;
             mutateText(message->graphName);

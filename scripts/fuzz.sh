@@ -136,9 +136,18 @@ campaign() {
   for ((index = 0; index < $(nproc); index++)); do campaign_worker "$target" "$index" "$2" & done
   wait
   report "$target" "$(statistic number_of_executed_units "$dir"/worker-*.log)" $((SECONDS - started))
-  # Which functions of which files the corpus reaches.
+  # Which functions of which files the corpus reaches, and the edges of each
+  # source file, among them the merge of events and the trace builder.
   (cd "$dir" && "$root/$build_dir/fuzz/$target" -runs=0 -print_coverage=1 $(options "$target") corpus) \
     > "$dir/coverage.txt" 2>&1 || true
+  awk '/^(UN)?COVERED_FUNC:/ {
+         split($5, edges, "/"); file = $NF; sub(/:[0-9]+$/, "", file)
+         if (!match(file, /\/(src|tools)\/.*/)) next
+         file = substr(file, RSTART + 1)
+         covered[file] += edges[1]; total[file] += edges[2] }
+       END { for (f in covered) printf "%-44s %5d/%-5d edges\n", f, covered[f], total[f] }' \
+    "$dir/coverage.txt" | sort > "$dir/coverage-by-file.txt"
+  grep -E 'EventMerger.cpp|TraceEventBuilder.cpp' "$dir/coverage-by-file.txt" | sed "s/^/$target:   /" || true
 }
 
 if [ -n "$campaign_hours" ]; then
