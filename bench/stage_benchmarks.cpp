@@ -1,6 +1,7 @@
 // Micro-benchmarks of the reader's stages on one generated linting log:
-// verification, loading into the model, statistics, trace build and write
-// (exact and portable), text summary and CSV export.
+// verification, loading into the model (whole or summaries only),
+// statistics, trace build and write (exact and portable), text summary and
+// CSV export.
 //
 //   vek-bench-stages [--log=LOG] [benchmark options]
 // Without --log a 10 MB log (2 graphs x 54 executions x 200 ops) is generated
@@ -115,6 +116,20 @@ void BM_LoadLog(benchmark::State& state) {
     setBytes(state);
 }
 BENCHMARK(BM_LoadLog)->Unit(benchmark::kMillisecond);
+
+// The same with only the per-graph summaries kept, as the trace mode loads.
+void BM_LoadSummariesOnly(benchmark::State& state) {
+    for (auto _ : state) {
+        auto reader = std::make_unique<VekProfileLogReaderChrometrace>(gLogPath, kEveryMessage);
+        vek::profiling::setLoadScope(reader.get(), vek::profiling::LoadScope::SummariesOnly);
+        benchmark::DoNotOptimize(reader->loadLog(false));
+        state.PauseTiming();
+        reader.reset();
+        state.ResumeTiming();
+    }
+    setBytes(state);
+}
+BENCHMARK(BM_LoadSummariesOnly)->Unit(benchmark::kMillisecond);
 
 void BM_Statistics(benchmark::State& state) {
     auto reader = loadedReader<VekProfileLogReaderChrometrace>();

@@ -1,10 +1,7 @@
 #include "FuzzSandbox.h"
 
 #include <fcntl.h>
-#include <linux/landlock.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,9 +12,7 @@
 #include <string>
 #include <vector>
 
-#ifndef LANDLOCK_ACCESS_FS_TRUNCATE
-#define LANDLOCK_ACCESS_FS_TRUNCATE (1ULL << 14)
-#endif
+#include "WriteConfinement.h"
 
 namespace vek {
 namespace fuzz {
@@ -94,52 +89,6 @@ Arguments rewriteArguments(int argc, char** argv, const std::string& startDirect
     return result;
 }
 
-long landlock(long call, const void* attribute, size_t size, uint32_t flags) {
-    return syscall(call, attribute, size, flags);
-}
-
-// Allows one kind of access beneath `directory`.
-void allowBeneath(int rulesetFd, const std::string& directory, uint64_t access) {
-    landlock_path_beneath_attr beneath{};
-    beneath.allowed_access = access;
-    beneath.parent_fd = open(directory.c_str(), O_PATH | O_CLOEXEC);
-    if (beneath.parent_fd < 0) return;  // not there: nothing to allow
-    const long added =
-        syscall(SYS_landlock_add_rule, rulesetFd, LANDLOCK_RULE_PATH_BENEATH, &beneath, 0);
-    close(beneath.parent_fd);
-    if (added != 0) die("cannot allow writes beneath " + directory);
-}
-
-// Allows writes only beneath the given directories, and the removal of empty
-// directories from `removableFrom` (so that the scratch directory can go),
-// for this process and every process it starts. False when the kernel
-// offers no Landlock.
-bool confineWrites(const std::vector<std::string>& directories, const std::string& removableFrom) {
-    const long abi = landlock(SYS_landlock_create_ruleset, nullptr, 0,
-                              LANDLOCK_CREATE_RULESET_VERSION);
-    if (abi < 1) return false;
-    landlock_ruleset_attr ruleset{};
-    ruleset.handled_access_fs =
-        LANDLOCK_ACCESS_FS_WRITE_FILE | LANDLOCK_ACCESS_FS_REMOVE_DIR |
-        LANDLOCK_ACCESS_FS_REMOVE_FILE | LANDLOCK_ACCESS_FS_MAKE_CHAR |
-        LANDLOCK_ACCESS_FS_MAKE_DIR | LANDLOCK_ACCESS_FS_MAKE_REG |
-        LANDLOCK_ACCESS_FS_MAKE_SOCK | LANDLOCK_ACCESS_FS_MAKE_FIFO |
-        LANDLOCK_ACCESS_FS_MAKE_BLOCK | LANDLOCK_ACCESS_FS_MAKE_SYM;
-    if (abi >= 2) ruleset.handled_access_fs |= LANDLOCK_ACCESS_FS_REFER;
-    if (abi >= 3) ruleset.handled_access_fs |= LANDLOCK_ACCESS_FS_TRUNCATE;
-    const int rulesetFd =
-        static_cast<int>(landlock(SYS_landlock_create_ruleset, &ruleset, sizeof ruleset, 0));
-    if (rulesetFd < 0) return false;
-    for (const std::string& directory : directories) {
-        allowBeneath(rulesetFd, directory, ruleset.handled_access_fs);
-    }
-    allowBeneath(rulesetFd, removableFrom, LANDLOCK_ACCESS_FS_REMOVE_DIR);
-    const bool restricted = prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-                            syscall(SYS_landlock_restrict_self, rulesetFd, 0) == 0;
-    close(rulesetFd);
-    return restricted;
-}
-
 void silenceStandardOutput() {
     std::fflush(stdout);
     const int devNull = open("/dev/null", O_WRONLY | O_CLOEXEC);
@@ -173,7 +122,12 @@ void enterSandbox(int* argc, char*** argv) {
     if (chdir(scratchPath.c_str()) != 0) die("cannot enter " + scratchPath);
     silenceStandardOutput();
 
-    if (!confineWrites(arguments.writableDirectories, fs::path(scratchPath).parent_path())) {
+    std::string error;
+    const tools::Confinement confinement =
+        tools::confineWritesTo(arguments.writableDirectories, error,
+                                {fs::path(scratchPath).parent_path().string()});
+    if (confinement == tools::Confinement::kFailed) die(error);
+    if (confinement == tools::Confinement::kUnavailable) {
         const char* unconfined = std::getenv("VEK_FUZZ_UNCONFINED");
         if (unconfined == nullptr || std::strcmp(unconfined, "1") != 0) {
             die("cannot confine file writes (no Landlock in this kernel); set "

@@ -104,7 +104,7 @@ VEK_PROFILING_EXPORT bool writeSummary(IVekProfileLogReader<VisibilityLevel>* re
 // drawn, which is logged as writeTrace logs it.
 VEK_PROFILING_EXPORT uint64_t countTraceSlices(IVekProfileLogReader<VisibilityLevel>* reader);
 
-// --- Op views: which ops cost the most (top), what changed (diff) ---
+// --- Op views: which ops cost the most (top), what changed (diff), the HTML report ---
 //
 // The figures come from the per-graph summaries that loading computes; the
 // executions themselves are never read again. Op times are the payloads of
@@ -126,6 +126,10 @@ struct OpFigures {
     std::optional<uint64_t> backgroundUs;
     std::optional<uint64_t> waitBackgroundUs;
     std::optional<uint64_t> resourceMask;
+    // The work beside the op and beside its wait (the names under 5002 and
+    // 5003), joined by ", ".
+    std::string backgroundNames;
+    std::string waitBackgroundNames;
 };
 
 // One graph: its NetRun figures and its ops in execution order.
@@ -142,8 +146,34 @@ struct GraphFigures {
     std::vector<OpFigures> ops;
 };
 
+// The log's header; all empty when the log has none.
+struct LogHeaderFigures {
+    bool present = false;
+    std::string toolName;
+    std::string toolVersion;
+    std::string backend;
+    uint64_t epochTimestampUs = 0;  // when the log was created
+    float timeScale = 0.0f;
+};
+
+// A timed call outside the executions: "Init", "Compose graphs", "Finalize"
+// (per graph), "De-init", "Library load", "Apply binary section" (per graph:
+// the average, with the minimum and maximum).
+struct PhaseFigures {
+    std::string phase;
+    std::string graphName;  // empty for the calls of the whole log
+    uint64_t durationUs = 0;
+    std::optional<uint64_t> minimumUs;
+    std::optional<uint64_t> maximumUs;
+};
+
 struct LogFigures {
     std::string logPath;
+    uint64_t logSizeBytes = 0;
+    LogHeaderFigures header;
+    // The whole run's rate as the log records it (count x 1000000 / duration).
+    std::optional<double> inferencesPerSecond;
+    std::vector<PhaseFigures> phases;
     std::vector<GraphFigures> graphs;
 };
 
@@ -212,7 +242,75 @@ VEK_PROFILING_EXPORT bool writeTopView(const LogFigures& figures, const TopViewO
                                        std::ostream& out);
 VEK_PROFILING_EXPORT bool writeDiffView(const LogDiff& diff, const DiffViewOptions& options,
                                         std::ostream& out);
+
+// One HTML file that needs nothing else: the header, per graph a NetRun
+// chart, a chart of the top ops, a timeline of the average execution and a
+// table of the top ops, the phases, and a footer. False when the stream fails.
+VEK_PROFILING_EXPORT bool writeHtmlReport(const LogFigures& figures, std::ostream& out);
 // --- end of op views ---
+
+// --- Cut and corrupt logs: where a log breaks, and loading up to there ----
+
+// What keeps a log from being read whole.
+enum class ChunkProblemKind : int32_t {
+    None,            // nothing: the log was read to its end
+    TrailingBytes,   // 1 to 3 bytes after the last chunk, too few for a length field; ignored
+    CutChunk,        // the length field announces more bytes than the file still holds
+    InvalidChunk,    // the chunk fails verification
+    ReadError,       // the file could not be read
+    NotAProfileLog,  // the first chunk is broken in a way no cut log is: not a profile log
+};
+
+// Where a log breaks, as plain data. The offset is that of the chunk's
+// length field; the counts are of the whole, valid chunks before it.
+struct ChunkProblem {
+    ChunkProblemKind kind = ChunkProblemKind::None;
+    uint64_t chunkIndex = 0;
+    uint64_t byteOffset = 0;
+    uint64_t chunksBefore = 0;
+    uint64_t messagesBefore = 0;
+    // One line, e.g. "cut short: its length field announces 4080 bytes, only 17 are there".
+    std::string reason;
+};
+
+// With `salvage` set, loadLog stops at a cut or corrupt chunk as it stops at
+// the end of the file: the statistics are computed over the chunks before it
+// and loadLog returns true. Off by default. False when `reader` was not
+// created by this library.
+VEK_PROFILING_EXPORT bool setSalvageLoad(IVekProfileLogReader<VisibilityLevel>* reader,
+                                         bool salvage);
+
+// Where the reader's last loadLog stopped short of a clean end of the log
+// (kind None when it read the log whole, or for a reader of another library).
+VEK_PROFILING_EXPORT ChunkProblem loadBreak(IVekProfileLogReader<VisibilityLevel>* reader);
+
+// --- Object files confined to a directory --------------------------------
+
+// Makes the reader save object files beneath `directory` only. Their names
+// are taken relative to it; a name that is absolute, has a ".." component or
+// resolves through a symbolic link to outside it is refused with the logged
+// error "Object event [%s]: file name [%s] %s; not saved" (the event's name,
+// the file name, why) and the report goes on. No file is replaced and no
+// link followed in a name's last component. The kernel enforces the
+// directory where it can (openat2 with RESOLVE_BENEATH). An empty directory
+// restores the default, names used as they stand. False when `reader` was not
+// created by this library or `directory` cannot be opened.
+VEK_PROFILING_EXPORT bool confineObjectFiles(IVekProfileLogReader<VisibilityLevel>* reader,
+                                             const std::string& directory);
+
+// --- Summaries-only load --------------------------------------------------
+// How much of the log loadLog keeps. Full keeps every call, as the CSV export
+// needs. SummariesOnly folds each execution, apply-binary-section and
+// finalize-after-tensor-updates call into its graph's average, maximum and
+// minimum as it is read and keeps none of them, so that memory does not grow
+// with the length of the log; every other report is the same byte for byte.
+enum class LoadScope { Full, SummariesOnly };
+
+// Chooses the scope of the reader's loadLog (Full unless asked). False, and
+// nothing changes, for a null reader, a reader this library did not create,
+// or one whose loadLog has already run.
+VEK_PROFILING_EXPORT bool setLoadScope(IVekProfileLogReader<VisibilityLevel>* reader,
+                                       LoadScope scope);
 
 }  // namespace profiling
 }  // namespace vek

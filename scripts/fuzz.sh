@@ -46,7 +46,7 @@ fi
 
 bash scripts/install-deps.sh --fuzz
 cmake -S . -B "$build_dir" -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DVEK_BUILD_FUZZERS=ON -DVEK_BUILD_BENCH=OFF > /dev/null
+  -DVEK_BUILD_FUZZERS=ON -DVEK_BUILD_BENCH=OFF -DVEK_WERROR=ON > /dev/null
 cmake --build "$build_dir" -j "$(nproc)" --target vek_fuzzers > /dev/null
 
 work="$root/$build_dir/fuzz-work"

@@ -3,23 +3,29 @@
 #   scripts/install-deps.sh          what the build and the tests need
 #   scripts/install-deps.sh --bench  also what scripts/bench.sh runs (hyperfine, GNU time)
 #   scripts/install-deps.sh --fuzz   also clang 14 with libFuzzer and the sanitizer runtimes
-#   scripts/install-deps.sh --browser  also Chromium, Node with npm (when there is no node or
-#                                    npm yet) and Python 3, and the npm packages of the trace
-#                                    clients in tests/clients (npm ci, when its lock changed)
+#   scripts/install-deps.sh --browser  also Chromium with an emoji font (speedscope's toolbar),
+#                                    Node with npm (when there is no node or npm yet) and
+#                                    Python 3, and the npm packages of the trace clients in
+#                                    tests/clients (npm ci, when its lock changed)
+#   scripts/install-deps.sh --clang  also clang 14, for the clang build of the tests
 set -euo pipefail
 
 packages=(g++ cmake make libflatbuffers-dev flatbuffers-compiler rapidjson-dev
           libgtest-dev libgmock-dev libbenchmark-dev binutils
-          libcli11-dev zlib1g-dev)
+          libcli11-dev zlib1g-dev
+          help2man dpkg-dev)  # man pages; the .deb's dependencies (dpkg-shlibdeps)
 if [ "${1:-}" = "--bench" ]; then
   packages+=(hyperfine time)
+fi
+if [ "${1:-}" = "--clang" ]; then
+  packages+=(clang-14)
 fi
 if [ "${1:-}" = "--fuzz" ]; then
   # llvm-14 brings llvm-symbolizer, which names the frames of a finding.
   packages+=(clang-14 libclang-rt-14-dev llvm-14)
 fi
 if [ "${1:-}" = "--browser" ]; then
-  packages+=(chromium)
+  packages+=(chromium fonts-noto-color-emoji)
   # A Node from elsewhere is kept: Debian's would replace it.
   if ! command -v node > /dev/null || ! command -v npm > /dev/null; then packages+=(nodejs npm); fi
   if ! command -v python3 > /dev/null; then packages+=(python3); fi

@@ -13,7 +13,7 @@ size_mb=${1:-256}
 build_dir=${VEK_BUILD_DIR:-build}
 
 bash scripts/install-deps.sh
-cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo > /dev/null
+cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVEK_WERROR=ON > /dev/null
 cmake --build "$build_dir" -j "$(nproc)" --target vek-profile-viewer vek_examples > /dev/null
 
 work=$(mktemp -d)

@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/install-deps.sh
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo > /dev/null
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVEK_WERROR=ON > /dev/null
 cmake --build build -j "$(nproc)" --target vek-profile-viewer vek_examples > /dev/null
 mkdir -p out
 build/tools/vek-profile-viewer/vek-profile-viewer build/examples/linting_sample.log \

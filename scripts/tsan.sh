@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 build_dir=${VEK_TSAN_BUILD_DIR:-build-tsan}
 
 bash scripts/install-deps.sh
-cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVEK_SANITIZE_THREAD=ON \
+cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVEK_SANITIZE_THREAD=ON -DVEK_WERROR=ON \
   -DVEK_BUILD_BENCH=OFF > /dev/null
 cmake --build "$build_dir" -j "$(nproc)" --target vek_tests > /dev/null
 export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}

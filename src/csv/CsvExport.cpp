@@ -5,6 +5,7 @@
 // this export expect. Every row ends with a line end and a flush; the caller
 // composes the export in memory, so the flushes cost nothing there.
 #include <algorithm>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <iomanip>
@@ -47,12 +48,35 @@ void writeNullPhaseRow(std::ostream& out, uint64_t timestamp, const char* phaseL
     endRow(out);
 }
 
-void writeBackendRow(std::ostream& out, const ProfileEvent& event, uint64_t timestamp,
-                     const std::string& messageWord, const char* levelLiteral) {
-    out << timestamp << ',' << messageWord << ','
-        << eventValueToString(event.value.dataType, event.value.payload) << ','
-        << unitNameUpper(event.unit) << ",BACKEND" << levelLiteral << event.name;
-    endRow(out);
+void appendNumber(std::string& text, uint64_t number) {
+    char digits[20];
+    const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, number);
+    text.append(digits, end.ptr);
+}
+
+// There is a row per event of every call, so a row is composed in `row` and
+// written in one piece: the stream's own formatting would cost more than all
+// the rest of the export.
+void writeBackendRow(std::ostream& out, std::string& row, const ProfileEvent& event,
+                     uint64_t timestamp, const std::string& messageWord, const char* levelLiteral) {
+    row.clear();
+    appendNumber(row, timestamp);
+    row += ',';
+    row += messageWord;
+    row += ',';
+    if (event.value.dataType == kDataTypeUInt64) {
+        appendNumber(row, event.value.payload);
+    } else {
+        row += eventValueToString(event.value.dataType, event.value.payload);
+    }
+    row += ',';
+    row += unitNameUpper(event.unit);
+    row += ",BACKEND";
+    row += levelLiteral;
+    row += event.name.str();
+    row += '\n';
+    out.write(row.data(), static_cast<std::streamsize>(row.size()));
+    out.flush();  // as endRow
 }
 
 void writeInitRows(VekProfileLogReader& reader, std::ostream& out) {
@@ -228,13 +252,14 @@ void VekProfileLogReader::writeCsvHeaderRows(std::ostream& out) {
 // both levels (their sub-events still count), deeper levels are not exported.
 void VekProfileLogReader::writeCsvRows(std::ostream& out, std::vector<ProfileEvent> events,
                                        uint64_t messageTimestamp, const std::string& messageWord) {
+    std::string row;
     for (const ProfileEvent& event : events) {
         if (event.unit != kUnitObject) {
-            writeBackendRow(out, event, messageTimestamp, messageWord, ",ROOT,");
+            writeBackendRow(out, row, event, messageTimestamp, messageWord, ",ROOT,");
         }
         for (const ProfileEvent& child : event.children) {
             if (child.unit == kUnitObject) continue;
-            writeBackendRow(out, child, messageTimestamp, messageWord, ",SUB-EVENT,");
+            writeBackendRow(out, row, child, messageTimestamp, messageWord, ",SUB-EVENT,");
         }
     }
 }

@@ -23,19 +23,30 @@ public:
     // only hold pooled texts and bytes and lists of the same arena.
     StoredEvents& allocate(size_t count);
 
+    // Forgets every list handed out but keeps the blocks, to be filled again:
+    // storage that holds one message at a time then stays in the cache and
+    // costs no fresh pages.
+    void rewind();
+
 private:
     struct BlockRelease {
         size_t size;
+        bool mapped;
         void operator()(unsigned char* storage) const;
     };
     struct Block {
         std::unique_ptr<unsigned char[], BlockRelease> storage;
         size_t capacity = 0;
         size_t used = 0;
+        bool ownList = false;  // made for one list longer than a block
     };
     static Block newBlock(size_t capacity);
 
-    std::vector<Block> blocks_;  // the last one is being filled
+    std::vector<Block> blocks_;
+    size_t filling_ = 0;  // the block being filled; those after it are spare
+    // Blocks start small and double up to their full size, so that an arena
+    // that holds a few small trees stays small.
+    size_t nextBlockSize_ = 0;
 };
 
 }  // namespace profiling

@@ -56,6 +56,10 @@ public:
 
     size_t distinctTexts() const { return texts_.size(); }
 
+    // Forgets everything stored, keeping the room of the lists for reuse: for
+    // a store that holds the events of one message at a time.
+    void clear();
+
 private:
     // Places beyond these are interned without a remembered guess.
     static constexpr size_t kRememberedDepths = 16;

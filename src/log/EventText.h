@@ -49,7 +49,9 @@ public:
     ~PooledRef() { reset(); }
 
     // Null for an empty handle.
-    const T* get() const { return reinterpret_cast<const T*>(bits_ & ~kOwned); }
+    const T* get() const { return fromBits(bits_); }
+    // The value behind what bits() returned, while that handle lives.
+    static const T* fromBits(uintptr_t bits) { return reinterpret_cast<const T*>(bits & ~kOwned); }
     bool owned() const { return (bits_ & kOwned) != 0; }
     // The same pooled value, the same owned copy, or both empty.
     bool sameAs(const PooledRef& other) const { return bits_ == other.bits_; }
@@ -105,6 +107,12 @@ public:
     bool sharesTextWith(const EventText& other) const { return ref_.sameAs(other.ref_); }
     // What sharesTextWith compares, to keep beside a copy of the handle.
     uintptr_t identity() const { return ref_.bits(); }
+    // The text of the handle with this identity, while that handle lives:
+    // read without going through the handle.
+    static const std::string& textOf(uintptr_t identity) {
+        const std::string* text = PooledRef<std::string>::fromBits(identity);
+        return text != nullptr ? *text : emptyText();
+    }
 
     friend bool operator==(const EventText& a, const EventText& b) {
         return a.sharesTextWith(b) || a.str() == b.str();

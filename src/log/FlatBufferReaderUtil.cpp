@@ -3,15 +3,13 @@
 #include <algorithm>
 #include <cstring>
 
+#include "log/LogEventFields.h"
 #include "logging/Log.h"
 
 namespace vek {
 namespace profiling {
 
 namespace {
-constexpr size_t kMinimumChunkSize = 12;
-// The largest buffer the verifier accepts.
-constexpr size_t kMaximumChunkSize = 0x7fffffff;
 // Every table starts with a 4-byte offset to its vtable, so a chunk of N bytes
 // holds at most N / 4 tables.
 constexpr size_t kSmallestTableSize = 4;
@@ -23,19 +21,26 @@ constexpr size_t kSmallestTableSize = 4;
 constexpr uint64_t kCopiesPerChunkByte = 16;
 constexpr uint64_t kCopyAllowance = 1u << 16;
 
-using EventList = flatbuffers::Vector<flatbuffers::Offset<fb::LogEvent>>;
-
 uint64_t stringSize(const flatbuffers::String* text) { return text != nullptr ? text->size() : 0; }
 
 // Adds the bytes that converting `events` copies (names, details, string and
 // byte values, all levels) to `total`; false as soon as it passes `limit`.
-bool addEventCopies(const EventList* events, uint64_t limit, uint64_t& total) {
+// Every event of a log passes through here, so each is read in one go.
+bool addEventCopies(const LogEventVector* events, uint64_t limit, uint64_t& total) {
     if (events == nullptr) return true;
+    using fb::LogEvent;
     for (const fb::LogEvent* event : *events) {
-        total += stringSize(event->name()) + stringSize(event->detail()) +
-                 stringSize(event->stringValue());
-        if (const auto* bytes = event->bytesValue()) total += bytes->size();
-        if (total > limit || !addEventCopies(event->subEvents(), limit, total)) return false;
+        const LogEventFields fields(*event);
+        total += stringSize(fields.pointer<flatbuffers::String>(LogEvent::VT_NAME)) +
+                 stringSize(fields.pointer<flatbuffers::String>(LogEvent::VT_DETAIL)) +
+                 stringSize(fields.pointer<flatbuffers::String>(LogEvent::VT_STRINGVALUE));
+        using Bytes = flatbuffers::Vector<uint8_t>;
+        const auto* bytes = fields.pointer<Bytes>(LogEvent::VT_BYTESVALUE);
+        if (bytes != nullptr) total += bytes->size();
+        if (total > limit ||
+            !addEventCopies(fields.pointer<LogEventVector>(LogEvent::VT_SUBEVENTS), limit, total)) {
+            return false;
+        }
     }
     return true;
 }

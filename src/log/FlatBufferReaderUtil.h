@@ -29,6 +29,10 @@ public:
     const fb::LogHeader* header() const { return header_; }
     const fb::LogChunk* root() const { return root_; }
 
+    // The sizes of chunk the verifier can accept: [minimum, maximum).
+    static constexpr size_t kMinimumChunkSize = 12;
+    static constexpr size_t kMaximumChunkSize = 0x7fffffff;
+
     // Verifier limits applied to every chunk.
     static flatbuffers::Verifier::Options verifierOptions();
     // Framing checks made before the recursive verification.

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "log/ChunkInput.h"
 #include "log/MessageHandlers.h"
 #include "logging/Log.h"
 #include "reader/VekProfileLogReader.h"
@@ -18,84 +19,14 @@ struct FileCloser {
 };
 using FileHandle = std::unique_ptr<std::FILE, FileCloser>;
 
-// The open log and how many of its bytes are still unread. A stream without
-// a size (a pipe) is read without that bound, in bounded steps.
-struct LogInput {
-    FileHandle file;
-    bool sizeKnown = false;
-    uint64_t remaining = 0;
-};
-
-// Opens the log for binary reading; false for a missing file or a directory.
-bool openLog(const std::string& path, LogInput& input) {
-    input.file.reset(std::fopen(path.c_str(), "rb"));
-    if (!input.file) {
-        return false;
-    }
+// Opens the log for binary reading; null for a missing file or a directory.
+FileHandle openLog(const std::string& path) {
+    FileHandle file(std::fopen(path.c_str(), "rb"));
     struct stat status {};
-    if (fstat(fileno(input.file.get()), &status) != 0 || S_ISDIR(status.st_mode)) {
-        return false;
+    if (file && (fstat(fileno(file.get()), &status) != 0 || S_ISDIR(status.st_mode))) {
+        file.reset();
     }
-    if (S_ISREG(status.st_mode)) {
-        input.sizeKnown = true;
-        input.remaining = static_cast<uint64_t>(status.st_size);
-    }
-    return true;
-}
-
-void consume(LogInput& input, size_t count) {
-    if (input.sizeKnown) {
-        input.remaining -= std::min<uint64_t>(input.remaining, count);
-    }
-}
-
-enum class LengthRead { kLength, kEnd, kError };
-
-// Reads the little-endian u32 that precedes every chunk. A length field cut
-// short (1 to 3 bytes before the end) ends the log like a clean end.
-LengthRead readChunkLength(LogInput& input, uint32_t& length) {
-    uint8_t bytes[4] = {};
-    const size_t got = std::fread(bytes, 1, sizeof bytes, input.file.get());
-    consume(input, got);
-    if (got < sizeof bytes) {
-        return std::feof(input.file.get()) ? LengthRead::kEnd : LengthRead::kError;
-    }
-    length = static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
-             static_cast<uint32_t>(bytes[2]) << 16 | static_cast<uint32_t>(bytes[3]) << 24;
-    return LengthRead::kLength;
-}
-
-// Reads the chunk body of `length` bytes into `buffer`, which is reused from
-// chunk to chunk: its memory is touched once, not once per chunk, and only
-// growth beyond the largest chunk so far is zero-filled. False when the file
-// cannot supply that many bytes. With a known size the length is checked
-// before anything is allocated, so a corrupt length never reserves memory the
-// file cannot fill.
-bool readChunkBody(LogInput& input, uint32_t length, ChunkBuffer& buffer) {
-    if (input.sizeKnown) {
-        if (length > input.remaining) {
-            return false;
-        }
-        buffer.resize(length);
-        const size_t got = std::fread(buffer.data(), 1, length, input.file.get());
-        consume(input, got);
-        return got == length;
-    }
-    // Without a size, the buffer only grows as data actually arrives.
-    constexpr size_t kFirstStep = size_t{1} << 20;
-    buffer.clear();
-    size_t step = kFirstStep;
-    while (buffer.size() < length) {
-        const size_t filled = buffer.size();
-        const size_t want = std::min<size_t>(step, length - filled);
-        buffer.resize(filled + want);
-        const size_t got = std::fread(buffer.data() + filled, 1, want, input.file.get());
-        if (got < want) {
-            return false;
-        }
-        step *= 2;
-    }
-    return true;
+    return file;
 }
 
 bool dispatchMessage(VekProfileLogReader& reader, const fb::LogMessage& message) {
@@ -143,26 +74,33 @@ bool dispatchMessage(VekProfileLogReader& reader, const fb::LogMessage& message)
 }  // namespace
 
 bool VekProfileLogReader::loadLog(bool flag) {
-    LogInput input;
-    if (!openLog(logFilePath, input)) {
+    beginLoad(flag);
+    FileHandle file = openLog(logFilePath);
+    if (!file) {
         vekLog(kLogError, "Invalid or nonexistent file: %s", logFilePath.c_str());
         return false;
     }
+    ChunkInput input(file.get());
+    loadBreak = ChunkProblem{};
     const auto buffer = std::make_shared<ChunkBuffer>();
     for (;;) {
-        uint32_t length = 0;
-        const LengthRead lengthRead = readChunkLength(input, length);
-        if (lengthRead == LengthRead::kEnd) {
+        const ChunkInput::Step step = input.next(*buffer);
+        if (step == ChunkInput::Step::kEnd) {
+            loadBreak = input.endProblem();  // a length field cut short ends the log normally
             break;
         }
-        if (lengthRead != LengthRead::kLength || !readChunkBody(input, length, *buffer)) {
+        if (step == ChunkInput::Step::kProblem) {
             // Refused like a chunk that fails verification.
             vekLog(kLogError, "Corrupted flatbuffer binary stream");
-            return false;
+            if (!stopsAtBreak(input.problem())) return false;
+            break;
         }
         if (!messageStream.init(buffer)) {
-            return false;  // init has logged the refusal; earlier chunks stay
+            // init has logged the refusal; earlier chunks stay
+            if (!stopsAtBreak(input.invalidChunk())) return false;
+            break;
         }
+        input.countValidChunk(messageCount(*messageStream.root()));
         if (!headerSaved) {
             saveHeader();
         }
@@ -173,7 +111,7 @@ bool VekProfileLogReader::loadLog(bool flag) {
         // The stream points into the buffer about to be overwritten.
         messageStream = FlatBufferReaderUtil();
     }
-    input.file.reset();
+    file.reset();
     loadFlag = flag;
     buildStatistics();
     if (hasBinaryInit) {
@@ -187,6 +125,13 @@ bool VekProfileLogReader::loadLog(bool flag) {
         }
     }
     return true;
+}
+
+// Remembers where the log breaks; true when loading is to finish there as at
+// the end of the file (a salvage load), false when it is refused.
+bool VekProfileLogReader::stopsAtBreak(const ChunkProblem& problem) {
+    loadBreak = problem;
+    return salvageLoad;
 }
 
 bool VekProfileLogReader::readNextMessage() {

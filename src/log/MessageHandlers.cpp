@@ -118,6 +118,59 @@ std::vector<ProfileEvent> executionEvents(VekProfileLogReader& reader,
     return std::move(split.other);
 }
 
+bool hasInitEvent(const LogEventVector* events) {
+    if (events == nullptr) return false;
+    for (const fb::LogEvent* event : *events) {
+        if (event->identifier() == kInitEventIdentifier) return true;
+    }
+    return false;
+}
+
+// A summaries-only load: the call is folded into its graph's running
+// summaries as the log holds it, and nothing of it is kept but what they
+// hold on to. Its events are converted only when something keeps them (the
+// call is the longest or the shortest so far, or carries initialisation
+// events), into a message store that the keepers hold.
+bool foldGraphSample(VekProfileLogReader& reader, const fb::LogMessage& message,
+                     SummaryStream& stream, bool isExecution) {
+    if (!isVisible(reader, message) || message.graphName() == nullptr) {
+        return false;
+    }
+    StreamedSummaries& streamed = *reader.streamed;
+    const CallTiming timing = timingOf(message);
+    const LogEventVector* logged = message.events();
+    const std::string graphName = message.graphName()->str();
+    const SummaryStream::Fold fold = stream.fold(graphName, timing.duration, timing.timestamp,
+                                                 logged, reader.eventStore, isExecution);
+    const bool withInitEvents = isExecution && hasInitEvent(logged);
+    if (fold.longest || fold.shortest || withInitEvents) {
+        streamed.events.clear();
+        convertEventsForMessage(logged, reader.eventStore, streamed.messages.startMessage(),
+                                streamed.events);
+        SplitEvents split;
+        if (isExecution) {
+            split = splitEvents(std::move(streamed.events));
+        } else {
+            split.other = std::move(streamed.events);
+        }
+        if (fold.longest || fold.shortest) stream.choose(fold, split.other);
+        if (withInitEvents) {
+            streamed.messages.release(
+                std::exchange(streamed.initEventsStore, streamed.messages.holdCurrent()));
+            replaceInitEvents(reader, split.init);
+        }
+        streamed.events = std::move(split.other);  // its room serves the next message
+    }
+    if (isExecution && !withInitEvents && reader.hasInitEvents) {
+        streamed.messages.release(std::exchange(streamed.initEventsStore, nullptr));
+        reader.initEvents.clear();
+    }
+    if (isExecution) {
+        streamed.executionQueueWaits.add(fold.position, graphName, findQueueWaits(logged));
+    }
+    return true;
+}
+
 const char* contextBinaryLabel(uint8_t methodType) {
     return methodType == kMethodContextGetBinarySize ? kContextGetBinarySizeLabel
                                                      : kContextGetBinaryLabel;
@@ -126,14 +179,19 @@ const char* contextBinaryLabel(uint8_t methodType) {
 }  // namespace
 
 bool recordExecution(VekProfileLogReader& reader, const fb::LogMessage& message) {
+    if (reader.streamed) return foldGraphSample(reader, message, reader.streamed->executions, true);
     return recordGraphSample(reader, message, reader.executions, reader.executionIndex,
                              reader.runningAverages.executions, &executionEvents);
 }
 
 bool recordApplyBinarySection(VekProfileLogReader& reader, const fb::LogMessage& message) {
-    if (!recordGraphSample(reader, message, reader.applyBinarySections,
-                           reader.applyBinarySectionIndex,
-                           reader.runningAverages.applyBinarySections, &eventsOf)) {
+    const bool recorded =
+        reader.streamed
+            ? foldGraphSample(reader, message, reader.streamed->applyBinarySections, false)
+            : recordGraphSample(reader, message, reader.applyBinarySections,
+                                reader.applyBinarySectionIndex,
+                                reader.runningAverages.applyBinarySections, &eventsOf);
+    if (!recorded) {
         return false;
     }
     reader.hasApplyBinarySections = true;
@@ -141,9 +199,13 @@ bool recordApplyBinarySection(VekProfileLogReader& reader, const fb::LogMessage&
 }
 
 bool recordFinalizeAfterUpdates(VekProfileLogReader& reader, const fb::LogMessage& message) {
-    if (!recordGraphSample(reader, message, reader.finalizeAfterUpdates,
-                           reader.finalizeAfterUpdateIndex,
-                           reader.runningAverages.finalizeAfterUpdates, &eventsOf)) {
+    const bool recorded =
+        reader.streamed
+            ? foldGraphSample(reader, message, reader.streamed->finalizeAfterUpdates, false)
+            : recordGraphSample(reader, message, reader.finalizeAfterUpdates,
+                                reader.finalizeAfterUpdateIndex,
+                                reader.runningAverages.finalizeAfterUpdates, &eventsOf);
+    if (!recorded) {
         return false;
     }
     reader.hasFinalizeAfterUpdates = true;

@@ -11,6 +11,12 @@ const std::string& TextPool::insert(std::string_view text, uint64_t hash, size_t
     return stored;
 }
 
+void TextPool::clear() {
+    if (texts_.empty()) return;
+    texts_.clear();
+    slots_.assign(kFirstSlots, Slot());
+}
+
 void TextPool::grow() {
     std::vector<Slot> larger(slots_.size() * 2);
     const size_t mask = larger.size() - 1;

@@ -35,6 +35,9 @@ public:
     // How many distinct texts are stored.
     size_t size() const { return texts_.size(); }
 
+    // Forgets every text; references to them dangle from here on.
+    void clear();
+
 private:
     static constexpr size_t kFirstSlots = 64;
     struct Slot {

@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <list>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <unordered_map>
@@ -23,7 +24,9 @@
 #include "log/GraphIndex.h"
 #include "log/ProfileEvent.h"
 #include "stats/AverageBuilder.h"
+#include "stats/ObjectDirectory.h"
 #include "stats/StatSummary.h"
+#include "stats/StreamedSummaries.h"
 
 namespace vek {
 namespace profiling {
@@ -86,6 +89,12 @@ public:
     bool headerSaved = false;
     bool loadFlag = false;
     FlatBufferReaderUtil messageStream;
+    // A salvage load finishes at a cut or corrupt chunk as at the end of the
+    // file; loadBreak says where the last load stopped short of the end.
+    bool salvageLoad = false;
+    ChunkProblem loadBreak;
+    // Where object files are confined to; null: names are used as they stand.
+    std::unique_ptr<ObjectDirectory> objectDirectory;
 
     // --- header copy ---
     std::string toolName;
@@ -100,6 +109,9 @@ public:
     // Names, details, bytes and sub-event lists of every loaded event; declared
     // first so that it outlives every event that refers to it.
     EventStore eventStore;
+    // After a summaries-only load: the stores of the few messages whose
+    // events the summaries and initEvents are.
+    std::vector<std::shared_ptr<EventStore>> messageStores;
     uint64_t initTimestamp = 0;
     uint64_t initDuration = 0;
     uint64_t contextCreateTimestamp = 0;
@@ -161,8 +173,23 @@ public:
     // Diagnostics collected by the statistics step (also logged as warnings).
     std::string loaderDiagnostics;
 
+    // Records where loading broke off; true when it finishes there (loadLog).
+    bool stopsAtBreak(const ChunkProblem& problem);
+
     // Runs the statistics step over the loaded model (called by loadLog).
     void buildStatistics();
+
+    // --- summaries-only load ---
+    LoadScope loadScope = LoadScope::Full;
+    bool loadStarted = false;
+    // The running summaries while a summaries-only load reads (the
+    // per-graph call lists above then stay empty).
+    std::unique_ptr<StreamedSummaries> streamed;
+    // A summaries-only load with the load flag: the top-level object events
+    // of every execution, graph by graph, for the object files.
+    std::vector<ProfileEvent> executionObjectEvents;
+    // Sets up the chosen scope (called by loadLog before it reads).
+    void beginLoad(bool loadFlag);
 };
 
 }  // namespace profiling

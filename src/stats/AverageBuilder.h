@@ -15,13 +15,22 @@ namespace profiling {
 
 class AverageBuilder {
 public:
+    AverageBuilder() = default;
+    // For calls read in place from the log: what it keeps of their events is
+    // converted into `lasting`, so that the log may go as soon as a call is
+    // added.
+    explicit AverageBuilder(EventStore& lasting) : merger_(lasting) {}
+
     void add(const ExecutionSample& sample) {
-        sum_ += sample.netRunUs;
-        // Zero-length calls add nothing to the sum and stay out of the divisor.
-        if (sample.netRunUs > 0) ++nonZero_;
-        auxValue_ = sample.auxValue;  // the last call's remains
+        countCall(sample.netRunUs, sample.auxValue);
         merger_.merge(sample.events);
-        ++count_;
+    }
+    // A call whose events are read in place from the log (EventMerger::merge);
+    // needs the constructor above.
+    void add(uint64_t netRunUs, uint64_t auxValue, const LogEventVector* events,
+             EventStore& names, bool withoutInitEvents) {
+        countCall(netRunUs, auxValue);
+        merger_.merge(events, names, withoutInitEvents);
     }
 
     // How many calls were added.
@@ -32,6 +41,14 @@ public:
     StatSummary finish();
 
 private:
+    void countCall(uint64_t netRunUs, uint64_t auxValue) {
+        sum_ += netRunUs;
+        // Zero-length calls add nothing to the sum and stay out of the divisor.
+        if (netRunUs > 0) ++nonZero_;
+        auxValue_ = auxValue;  // the last call's remains
+        ++count_;
+    }
+
     uint64_t sum_ = 0;
     uint64_t nonZero_ = 0;
     uint64_t auxValue_ = 0;

@@ -12,8 +12,10 @@
 #include <utility>
 #include <vector>
 
-#include "log/TextHash.h"
+#include "log/EventStore.h"
+#include "log/LogEventFields.h"
 #include "log/ProfileEvent.h"
+#include "log/TextHash.h"
 
 namespace vek {
 namespace profiling {
@@ -23,12 +25,22 @@ public:
     EventMerger();
     // Goes on from events accumulated before.
     explicit EventMerger(std::vector<ProfileEvent> accumulated);
+    // For merges of events read in place from the log: what it keeps of them
+    // is converted into `lasting`.
+    explicit EventMerger(EventStore& lasting);
 
     // Merges one call's events: each joins the first accumulated event of the
     // same name, or is appended (object events are never appended). The
-    // merger refers to the events it is given rather than copying them: they
-    // must stay alive, unchanged, until take().
-    void merge(EventSpan incoming) { mergeInto(kRootLevel, incoming); }
+    // merger refers to the events it is given: they must stay alive,
+    // unchanged, until take().
+    void merge(EventSpan incoming);
+    // The same for a call's events read in place from the log, without
+    // converting them: only an event that is appended is converted (into the
+    // store given at construction, which this needs), so the log may go as
+    // soon as this returns. Names are interned in `names`. With
+    // `withoutInitEvents`, the top-level initialisation events (of an
+    // execution) are passed over, as if the call did not have them.
+    void merge(const LogEventVector* incoming, EventStore& names, bool withoutInitEvents);
 
     // The accumulated events; the merger starts afresh.
     std::vector<ProfileEvent> take();
@@ -61,8 +73,13 @@ private:
         bool hashed = false;
     };
 
+    // The nodes of a level lie together in nodes_, from `first`; levels are
+    // laid out in the order they are made, which is the order merges walk
+    // them in, so that a merge reads the nodes almost in sequence.
     struct Level {
-        std::vector<Node> nodes;
+        uint32_t first = 0;
+        uint32_t count = 0;
+        uint32_t capacity = 0;
         // Whether distinctNames has been worked out (at the first merge into
         // a level that has nodes).
         bool studied = false;
@@ -73,12 +90,22 @@ private:
     };
 
     static Node nodeOf(const ProfileEvent& event);
-    void mergeInto(uint32_t level, EventSpan incoming);
-    void append(uint32_t level, const ProfileEvent& event);
+    Node* nodesOf(const Level& level) { return nodes_.data() + level.first; }
+    const Node* nodesOf(const Level& level) const { return nodes_.data() + level.first; }
+    // Makes room for `count` nodes of `level` at the end of nodes_, moving
+    // those it has there.
+    void makeRoom(Level& level, uint32_t count);
+    // Reads the incoming events: LoadedEvents or LoggedEvents (EventMerger.cpp).
+    template <typename Incoming>
+    void mergeInto(uint32_t level, const Incoming& incoming);
+    void append(uint32_t level, const ProfileEvent& source);
     void study(Level& level);
+    // The first node named as `event` (of an Incoming list), or none.
+    template <typename Event>
+    size_t findFirstOf(Level& level, const Event& event);
     size_t findFirst(Level& level, const EventText& name);
-    static size_t findByText(Level& level, const EventText& name);
-    static void buildHash(Level& level);
+    size_t findByText(Level& level, const EventText& name);
+    void buildHash(Level& level);
     static void remember(Level& level, const EventText& name, size_t position);
     // Makes the level of a node's children, which it does not have yet.
     uint32_t childLevel(uint32_t level, size_t position);
@@ -86,6 +113,14 @@ private:
 
     std::vector<ProfileEvent> initial_;  // the events a merger went on from
     std::vector<Level> levels_;
+    std::vector<Node> nodes_;
+    EventStore* lasting_ = nullptr;  // set for merges from the log
+    // The pool that every name merged so far is interned in, when there is
+    // one: then names are equal exactly when they are the same text.
+    const EventStore* namePool_ = nullptr;
+    bool mixedPools_ = false;
+    // The copies the nodes refer to; each stays where it is.
+    std::vector<std::unique_ptr<ProfileEvent>> copies_;
 };
 
 }  // namespace profiling

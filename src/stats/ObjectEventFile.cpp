@@ -1,11 +1,15 @@
 // Saves the raw data of an object event under the file name it carries,
 // never overwriting an existing file.
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <fstream>
 #include <string>
 
 #include "logging/Log.h"
 #include "reader/VekProfileLogReader.h"
+#include "stats/ObjectDirectory.h"
 
 namespace vek {
 namespace profiling {
@@ -38,7 +42,8 @@ size_t extensionStart(const std::string& name) {
 
 // The first of name, stem_1.ext, stem_2.ext, ... that does not exist yet;
 // empty when the counter runs out.
-std::string freeFileName(const std::string& name) {
+template <typename Exists>
+std::string freeFileName(const std::string& name, const Exists& fileExists) {
     if (!fileExists(name)) return name;
     const size_t dot = extensionStart(name);
     const std::string stem = name.substr(0, dot);
@@ -50,6 +55,43 @@ std::string freeFileName(const std::string& name) {
     return std::string();
 }
 
+bool writeAll(int fd, const uint8_t* data, size_t size) {
+    for (size_t done = 0; done < size;) {
+        const ssize_t written = ::write(fd, data + done, size - done);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        done += static_cast<size_t>(written);
+    }
+    return true;
+}
+
+void refuseObjectFile(const ProfileEvent& event, const std::string& name, const char* why) {
+    vekLog(kLogError, "Object event [%s]: file name [%s] %s; not saved", event.name.c_str(),
+           name.c_str(), why);
+}
+
+// Saves the event beneath `directory`, or says why not; the report goes on.
+void saveConfined(const ObjectDirectory& directory, const ProfileEvent& event,
+                  const std::string& requested) {
+    if (const char* refusal = ObjectDirectory::refusalOf(requested)) {
+        refuseObjectFile(event, requested, refusal);
+        return;
+    }
+    const std::string fileName = freeFileName(
+        requested, [&directory](const std::string& name) { return directory.exists(name); });
+    const int fd = fileName.empty() ? -1 : directory.create(fileName);
+    if (fd < 0 && (errno == EXDEV || errno == ELOOP)) {
+        refuseObjectFile(event, requested, "resolves outside the object directory");
+        return;
+    }
+    const bool written = fd >= 0 && writeAll(fd, event.bytes.data(), event.bytes.size());
+    const bool closed = fd < 0 || ::close(fd) == 0;
+    if (!written || !closed) {
+        vekLog(kLogError, "Invalid output fileName: [%s]",
+               (fileName.empty() ? requested : fileName).c_str());
+    }
+}
+
 }  // namespace
 
 // Every call picks a fresh name, so the same event handed over twice is saved
@@ -59,7 +101,11 @@ void VekProfileLogReader::writeObjectEventFile(const ProfileEvent& event) {
     // The file system sees a name only up to its first NUL byte; searching
     // under the whole text would find every candidate taken.
     const std::string requested(event.detail.c_str());
-    const std::string fileName = freeFileName(requested);
+    if (objectDirectory) {
+        saveConfined(*objectDirectory, event, requested);
+        return;
+    }
+    const std::string fileName = freeFileName(requested, fileExists);
     // Binary, so the object's bytes land unchanged on every platform.
     std::ofstream file;
     if (!fileName.empty()) file.open(fileName, std::ios::out | std::ios::trunc | std::ios::binary);

@@ -1,5 +1,7 @@
 #include "stats/QueueWaits.h"
 
+#include <utility>
+
 namespace vek {
 namespace profiling {
 namespace {
@@ -12,11 +14,30 @@ void noteIfQueueWait(const ProfileEvent& event, QueueWaitMatch& match) {
 
 }  // namespace
 
-QueueWaitMatch findQueueWaits(const std::vector<ProfileEvent>& events) {
+QueueWaitMatch findQueueWaits(EventSpan events) {
     QueueWaitMatch match;
     for (const ProfileEvent& event : events) {
         noteIfQueueWait(event, match);
         for (const ProfileEvent& child : event.children) noteIfQueueWait(child, match);
+    }
+    return match;
+}
+
+QueueWaitMatch findQueueWaits(const LogEventVector* events) {
+    QueueWaitMatch match;
+    if (events == nullptr) return match;
+    const auto note = [&match](const fb::LogEvent& event) {
+        const LogEventFields fields(event);
+        if (fields.scalar<uint32_t>(fb::LogEvent::VT_IDENTIFIER) != kQueueWaitIdentifier) return;
+        ++match.count;
+        match.lastPayload = payloadOf(fields);
+    };
+    for (const fb::LogEvent* event : *events) {
+        if (event->identifier() == kInitEventIdentifier) continue;
+        note(*event);
+        if (const LogEventVector* children = event->subEvents()) {
+            for (const fb::LogEvent* child : *children) note(*child);
+        }
     }
     return match;
 }
@@ -40,6 +61,28 @@ bool collectQueueWaitSeries(const std::vector<GraphSamples>& graphs,
         series.push_back(std::move(waits));
     }
     return true;
+}
+
+void QueueWaitSeriesBuilder::add(size_t position, const std::string& graphName,
+                                 QueueWaitMatch match) {
+    if (abandoned_) return;
+    if (match.count != 1) {
+        abandoned_ = true;
+        series_ = std::vector<QueueWaitSeries>();
+        return;
+    }
+    if (position >= series_.size()) {
+        series_.resize(position + 1);
+        series_[position].graphName = graphName;
+    }
+    series_[position].values.push_back(match.lastPayload);
+}
+
+bool QueueWaitSeriesBuilder::finish(std::vector<QueueWaitSeries>& series) {
+    series = abandoned_ ? std::vector<QueueWaitSeries>() : std::move(series_);
+    const bool built = !abandoned_;
+    *this = QueueWaitSeriesBuilder();
+    return built;
 }
 
 bool collectQueueWaitValues(const std::vector<GraphSummary>& summaries,

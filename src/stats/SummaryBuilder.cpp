@@ -61,10 +61,25 @@ void reportAbandonedQueueWaits(std::string& diagnostics) {
 }  // namespace
 
 void VekProfileLogReader::buildStatistics() {
-    executeStats = summarize(executions, runningAverages.executions);
-    applyBinarySectionStats = summarize(applyBinarySections, runningAverages.applyBinarySections);
-    finalizeAfterUpdatesStats =
-        summarize(finalizeAfterUpdates, runningAverages.finalizeAfterUpdates);
+    const bool summariesOnly = streamed != nullptr;
+    std::vector<QueueWaitSeries> streamedSeries;
+    bool streamedSeriesBuilt = false;
+    if (summariesOnly) {
+        executeStats = streamed->executions.finish(messageStores, &executionObjectEvents);
+        applyBinarySectionStats = streamed->applyBinarySections.finish(messageStores);
+        finalizeAfterUpdatesStats = streamed->finalizeAfterUpdates.finish(messageStores);
+        streamedSeriesBuilt = streamed->executionQueueWaits.finish(streamedSeries);
+        if (streamed->initEventsStore) {
+            messageStores.push_back(std::move(streamed->initEventsStore));
+        }
+        streamed.reset();
+    } else {
+        executeStats = summarize(executions, runningAverages.executions);
+        applyBinarySectionStats =
+            summarize(applyBinarySections, runningAverages.applyBinarySections);
+        finalizeAfterUpdatesStats =
+            summarize(finalizeAfterUpdates, runningAverages.finalizeAfterUpdates);
+    }
 
     averageQueueWaits.clear();
     maximumQueueWaits.clear();
@@ -72,7 +87,10 @@ void VekProfileLogReader::buildStatistics() {
     if (!hostRoundTrip) return;
     // Each list is built or abandoned on its own; an abandoned list leaves the
     // report without the queue-wait-free figures of that statistic.
-    if (!collectQueueWaitSeries(executions, averageQueueWaits)) {
+    const bool seriesBuilt = summariesOnly ? streamedSeriesBuilt
+                                           : collectQueueWaitSeries(executions, averageQueueWaits);
+    if (summariesOnly) averageQueueWaits = std::move(streamedSeries);
+    if (!seriesBuilt) {
         reportAbandonedQueueWaits(loaderDiagnostics);
     }
     if (!collectQueueWaitValues(executeStats.maximum, maximumQueueWaits)) {

@@ -152,17 +152,20 @@ void writeExecuteStatistic(VekProfileLogReader& reader, std::ostream& out, const
 // intended.
 void saveExecutionObjectEvents(VekProfileLogReader& reader) {
     if (!reader.loadFlag) return;
+    const auto save = [&reader](const ProfileEvent& event) {
+        if (event.unit != kUnitObject) return;
+        reader.writeObjectEventFile(event);
+        for (size_t child = 0; child < event.children.size(); ++child) {
+            reader.writeObjectEventFile(event);
+        }
+    };
     for (const GraphSamples& graph : reader.executions) {
         for (const ExecutionSample& sample : graph.samples) {
-            for (const ProfileEvent& event : sample.events) {
-                if (event.unit != kUnitObject) continue;
-                reader.writeObjectEventFile(event);
-                for (size_t child = 0; child < event.children.size(); ++child) {
-                    reader.writeObjectEventFile(event);
-                }
-            }
+            for (const ProfileEvent& event : sample.events) save(event);
         }
     }
+    // A summaries-only load kept just these, in the same order.
+    for (const ProfileEvent& event : reader.executionObjectEvents) save(event);
 }
 
 void writeExecuteMinimumSection(VekProfileLogReader& reader, std::ostream& out) {
@@ -341,7 +344,20 @@ void VekProfileLogReader::writeReportTo(std::ostream& report, std::ostream* csv)
     }
 }
 
+namespace {
+
+// The CSV export lists every call, which a summaries-only load did not keep:
+// it is refused rather than written short.
+bool refusesCsvExport(const VekProfileLogReader& reader) {
+    if (reader.loadScope != LoadScope::SummariesOnly) return false;
+    vekLog(kLogError, "The CSV export lists every call: load the log in full for it.");
+    return true;
+}
+
+}  // namespace
+
 bool VekProfileLogReader::writeOutput(const std::string& outputPath) {
+    if (!outputPath.empty() && refusesCsvExport(*this)) return false;
     // The CSV export extends an existing file: every run appends its rows.
     std::ofstream csvFile;
     if (!outputPath.empty()) {
@@ -362,7 +378,7 @@ bool VekProfileLogReader::writeOutput(const std::string& outputPath) {
 bool writeSummary(IVekProfileLogReader<VisibilityLevel>* reader, std::ostream& report,
                   std::ostream* csv) {
     auto* own = dynamic_cast<VekProfileLogReader*>(reader);
-    if (own == nullptr) return false;
+    if (own == nullptr || (csv != nullptr && refusesCsvExport(*own))) return false;
     own->writeReportTo(report, csv);
     if (csv != nullptr) csv->flush();
     return report.good() && (csv == nullptr || csv->good());

@@ -33,10 +33,10 @@ void writeCsvTable(const Table& table, std::ostream& out) {
     for (const ColumnInfo& column : table.columns) line += "," + csvField(column.key);
     out << line << "\r\n";
     for (const TableSection& section : table.sections) {
-        const std::string name = csvField(validUtf8(sectionName(section, table.sectionKey)));
+        const std::string name = csvField(validUtf8Text(sectionName(section, table.sectionKey)));
         for (const std::vector<Cell>& row : section.rows) {
             line = name;
-            for (const Cell& cell : row) line += "," + csvField(validUtf8(cellText(cell)));
+            for (const Cell& cell : row) line += "," + csvField(validUtf8Text(cellText(cell)));
             out << line << "\r\n";
         }
     }

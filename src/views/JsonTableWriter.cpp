@@ -13,7 +13,7 @@ namespace {
 using JsonWriter = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
 
 void writeText(JsonWriter& writer, const std::string& text) {
-    const std::string valid = validUtf8(text);
+    const std::string valid = validUtf8Text(text);
     writer.String(valid.data(), static_cast<rapidjson::SizeType>(valid.size()), true);
 }
 

@@ -2,12 +2,17 @@
 
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
+#include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "chrometrace/LintingIdentifiers.h"
+#include "chrometrace/TraceText.h"
 #include "log/ProfileEvent.h"
 #include "reader/VekProfileLogReader.h"
+#include "stats/PrintTimeFigures.h"
 #include "stats/Statistics.h"
 
 namespace vek {
@@ -77,13 +82,27 @@ std::optional<uint64_t> timeIn(const FirstOps& ops, const EventText& name) {
     return timeOf(*found->second);
 }
 
+std::string namesUnder(const ProfileEvent& parent, uint32_t nameIdentifier) {
+    std::vector<std::string_view> names;
+    for (const ProfileEvent& child : parent.children) {
+        if (child.identifier == nameIdentifier) names.emplace_back(child.name.str());
+    }
+    return joinNames(names);
+}
+
 // A later child of the same identifier overrides an earlier one, as in the trace.
 void readLinting(const ProfileEvent& op, OpFigures& figures) {
     for (const ProfileEvent& child : op.children) {
         switch (child.identifier) {
             case kWaitDurationIdentifier: figures.waitUs = timeOf(child); break;
-            case kOpBackgroundIdentifier: figures.backgroundUs = timeOf(child); break;
-            case kWaitBackgroundIdentifier: figures.waitBackgroundUs = timeOf(child); break;
+            case kOpBackgroundIdentifier:
+                figures.backgroundUs = timeOf(child);
+                figures.backgroundNames = namesUnder(child, kOpBackgroundNameIdentifier);
+                break;
+            case kWaitBackgroundIdentifier:
+                figures.waitBackgroundUs = timeOf(child);
+                figures.waitBackgroundNames = namesUnder(child, kWaitBackgroundNameIdentifier);
+                break;
             case kResourceMaskIdentifier: figures.resourceMask = child.value.payload; break;
             default: break;
         }
@@ -131,11 +150,75 @@ GraphFigures graphFigures(const SummaryLists& stats, size_t index) {
     return graph;
 }
 
+LogHeaderFigures headerFigures(const VekProfileLogReader& reader) {
+    LogHeaderFigures header;
+    header.present = reader.headerSaved;
+    header.toolName = reader.toolName;
+    header.toolVersion = reader.toolVersion;
+    header.backend = reader.backend;
+    header.epochTimestampUs = reader.epochTimestamp;
+    header.timeScale = reader.timeScale;
+    return header;
+}
+
+PhaseFigures phase(const char* name, uint64_t us, const std::string& graphName = std::string()) {
+    PhaseFigures figures;
+    figures.phase = name;
+    figures.graphName = graphName;
+    figures.durationUs = us;
+    return figures;
+}
+
+// The phases in the order of the text summary.
+std::vector<PhaseFigures> phaseFigures(const VekProfileLogReader& reader) {
+    std::vector<PhaseFigures> phases{phase("Init", reader.initDuration),
+                                     phase("Compose graphs", reader.composeDuration)};
+    for (const NamedSample& finalize : reader.finalizes) {
+        phases.push_back(phase("Finalize", finalize.netRunUs, finalize.graphName));
+    }
+    phases.push_back(phase("De-init", reader.deinitDuration));
+    if (reader.hasLibLoad) {
+        phases.push_back(phase("Library load", reader.libLoadDuration));
+        if (const std::optional<uint64_t> latency = backendLatency(reader.libLoadEvents)) {
+            phases.push_back(phase("Backend latency", *latency));
+        }
+    }
+    if (reader.hasApplyBinarySections) {
+        const SummaryLists& stats = reader.applyBinarySectionStats;
+        for (size_t i = 0; i < stats.average.size(); ++i) {
+            const std::string& graphName = stats.average[i].graphName;
+            PhaseFigures figures = phase("Apply binary section", stats.average[i].netRunUs, graphName);
+            if (const GraphSummary* minimum = summaryOf(stats.minimum, i, graphName)) {
+                if (minimum->netRunUs != kNoMinimum) figures.minimumUs = minimum->netRunUs;
+            }
+            if (const GraphSummary* maximum = summaryOf(stats.maximum, i, graphName)) {
+                figures.maximumUs = maximum->netRunUs;
+            }
+            phases.push_back(std::move(figures));
+        }
+    }
+    return phases;
+}
+
+uint64_t fileSize(const std::string& path) {
+    std::error_code failed;
+    const uintmax_t size = std::filesystem::file_size(path, failed);
+    return failed ? 0 : static_cast<uint64_t>(size);
+}
+
 }  // namespace
 
 LogFigures collectFigures(const VekProfileLogReader& reader) {
     LogFigures figures;
     figures.logPath = reader.logFilePath;
+    figures.logSizeBytes = fileSize(reader.logFilePath);
+    figures.header = headerFigures(reader);
+    if (reader.hasNetRun) {
+        if (const std::optional<float> rate = inferencesPerSecond(reader.netRunEvents)) {
+            figures.inferencesPerSecond = *rate;
+        }
+    }
+    figures.phases = phaseFigures(reader);
     const SummaryLists& stats = reader.executeStats;
     figures.graphs.reserve(stats.average.size());
     for (size_t i = 0; i < stats.average.size(); ++i) {

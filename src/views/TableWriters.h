@@ -21,6 +21,12 @@ void writeCsvTable(const Table& table, std::ostream& out);
 // and an array of row objects. Whole numbers are JSON integers.
 void writeJsonTable(const Table& table, std::ostream& out);
 
+// One section's rows as an HTML table whose columns sort when their heading
+// is clicked (the report's script); each cell carries its machine text in
+// "data-v".
+void writeHtmlTable(const std::vector<ColumnInfo>& columns, const TableSection& section,
+                    std::ostream& out);
+
 // The table in the format; false when the stream failed.
 bool writeTable(const Table& table, ViewFormat format, std::ostream& out);
 

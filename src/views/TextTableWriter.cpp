@@ -13,19 +13,9 @@ namespace {
 constexpr const char* kIndent = "  ";
 constexpr const char* kGap = "  ";
 
-// Positive as written: a change that rounds to 0.0 gets no sign.
-bool isPositive(const Cell& cell) {
-    if (std::holds_alternative<std::monostate>(cell) || std::holds_alternative<std::string>(cell)) {
-        return false;
-    }
-    const std::string text = cellText(cell);
-    return !text.empty() && text[0] != '-' && text.find_first_not_of("0.") != std::string::npos;
-}
-
 std::string textOf(const Cell& cell, bool showPlus, const std::string& emptyText) {
-    if (std::holds_alternative<std::monostate>(cell)) return emptyText;
     if (const auto* text = std::get_if<std::string>(&cell)) return printableText(*text);
-    return (showPlus && isPositive(cell) ? "+" : "") + cellText(cell);
+    return shownText(cell, showPlus, emptyText);
 }
 
 void writeLine(std::ostream& out, std::string line) {

@@ -58,11 +58,6 @@ const std::vector<Column<TopRow>>& topColumns() {
     return columns;
 }
 
-std::optional<double> inferencesPerSecond(const GraphFigures& graph) {
-    if (graph.netRunAverageUs == 0) return std::nullopt;
-    return 1000000.0 / static_cast<double>(graph.netRunAverageUs);
-}
-
 std::vector<Fact> graphFacts(const GraphFigures& graph, size_t opsNotShown) {
     return {
         {"graph", "Graph ", graph.graphName, "", ":"},
@@ -71,7 +66,7 @@ std::vector<Fact> graphFacts(const GraphFigures& graph, size_t opsNotShown) {
         {"netrun_avg_us", "  NetRun avg ", graph.netRunAverageUs, " us", "", 1},
         {"netrun_min_us", ", min ", optionalCell(graph.netRunMinimumUs), " us", "", 1},
         {"netrun_max_us", ", max ", graph.netRunMaximumUs, " us", "", 1},
-        {"inferences_per_s", ", ", decimalCell(inferencesPerSecond(graph)), " inferences/s", "",
+        {"inferences_per_s", ", ", decimalCell(graphInferencesPerSecond(graph)), " inferences/s", "",
          1},
         {"ops_not_shown", "  ... ", uint64_t{opsNotShown}, " more not shown", "", -1, true},
     };
@@ -82,6 +77,11 @@ bool isShown(const GraphFigures& graph, const std::vector<std::string>& graphs) 
 }
 
 }  // namespace
+
+std::optional<double> graphInferencesPerSecond(const GraphFigures& graph) {
+    if (graph.netRunAverageUs == 0) return std::nullopt;
+    return 1000000.0 / static_cast<double>(graph.netRunAverageUs);
+}
 
 std::vector<TopRow> rankOps(const GraphFigures& graph, TopOrder order) {
     std::vector<const OpFigures*> ops;
@@ -101,8 +101,20 @@ std::vector<TopRow> rankOps(const GraphFigures& graph, TopOrder order) {
     return rows;
 }
 
-Table topTable(const LogFigures& figures, const TopViewOptions& options) {
+std::vector<ColumnInfo> topColumnInfos() { return columnInfos(topColumns()); }
+
+TableSection topSection(const GraphFigures& graph, const TopViewOptions& options) {
     const std::vector<Column<TopRow>>& columns = topColumns();
+    const std::vector<TopRow> rows = rankOps(graph, options.order);
+    const size_t shown = options.limit == 0 ? rows.size() : std::min(rows.size(), options.limit);
+    TableSection section;
+    section.facts = graphFacts(graph, rows.size() - shown);
+    section.emptyText = "no op records";
+    for (size_t i = 0; i < shown; ++i) section.rows.push_back(rowOf(columns, rows[i]));
+    return section;
+}
+
+Table topTable(const LogFigures& figures, const TopViewOptions& options) {
     Table table = graphOpsTable(
         "top",
         {
@@ -110,16 +122,9 @@ Table topTable(const LogFigures& figures, const TopViewOptions& options) {
             {"order", "Ops by ", std::string(orderName(options.order)), "", "", 1},
             {"limit", ", first ", uint64_t{options.limit}, " per graph", "", 1, true},
         },
-        columnInfos(columns));
+        topColumnInfos());
     for (const GraphFigures& graph : figures.graphs) {
-        if (!isShown(graph, options.graphs)) continue;
-        std::vector<TopRow> rows = rankOps(graph, options.order);
-        const size_t shown = options.limit == 0 ? rows.size() : std::min(rows.size(), options.limit);
-        TableSection section;
-        section.facts = graphFacts(graph, rows.size() - shown);
-        section.emptyText = "no op records";
-        for (size_t i = 0; i < shown; ++i) section.rows.push_back(rowOf(columns, rows[i]));
-        table.sections.push_back(std::move(section));
+        if (isShown(graph, options.graphs)) table.sections.push_back(topSection(graph, options));
     }
     return table;
 }

@@ -9,13 +9,12 @@
 namespace vek {
 namespace profiling {
 
-// The text with every byte that does not start a well-formed UTF-8 sequence
-// replaced by U+FFFD (so overlong forms, surrogates and cut-short sequences
-// each show as replacement characters).
-std::string validUtf8(std::string_view text);
+// The text as valid UTF-8: ill-formed bytes become U+FFFD as browsers
+// decode them (validUtf8 of chrometrace/Utf8Repair.h).
+std::string validUtf8Text(std::string_view text);
 
-// validUtf8, with control characters written as escapes (\n, \t, \x01, ...)
-// so that the text stays on one line of a terminal.
+// validUtf8Text, with control characters written as escapes (\n, \t, \x01,
+// ...) so that the text stays on one line of a terminal.
 std::string printableText(std::string_view text);
 
 // The number of code points of well-formed UTF-8: the columns it takes on a

@@ -4,6 +4,7 @@
 #include "VekChrometraceProfilingReader.h"
 #include "reader/VekProfileLogReader.h"
 #include "views/DiffView.h"
+#include "views/HtmlReport.h"
 #include "views/LogComparison.h"
 #include "views/LogFigureCollector.h"
 #include "views/TableWriters.h"
@@ -39,6 +40,12 @@ bool writeTopView(const LogFigures& figures, const TopViewOptions& options, std:
 
 bool writeDiffView(const LogDiff& diff, const DiffViewOptions& options, std::ostream& out) {
     return writeTable(diffTable(diff, options), options.format, out);
+}
+
+bool writeHtmlReport(const LogFigures& figures, std::ostream& out) {
+    writeHtmlPage(figures, out);
+    out.flush();
+    return static_cast<bool>(out);
 }
 
 }  // namespace profiling

@@ -27,6 +27,15 @@ std::string cellText(const Cell& cell) {
     return std::visit(Writer{}, cell);
 }
 
+std::string shownText(const Cell& cell, bool showPlus, const std::string& emptyText) {
+    if (std::holds_alternative<std::monostate>(cell)) return emptyText;
+    const std::string text = cellText(cell);
+    const bool figure = !std::holds_alternative<std::string>(cell);
+    const bool positive = figure && !text.empty() && text[0] != '-' &&
+                          text.find_first_not_of("0.") != std::string::npos;
+    return (showPlus && positive ? "+" : "") + text;
+}
+
 bool isBlank(const Cell& cell) {
     struct Test {
         bool operator()(std::monostate) const { return true; }

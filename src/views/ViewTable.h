@@ -26,6 +26,9 @@ using Cell = std::variant<std::monostate, uint64_t, int64_t, Decimal, std::strin
 // The cell as the machine formats write it: "" for no value, decimals with
 // their places, texts as they are.
 std::string cellText(const Cell& cell);
+// The cell as people read it: `emptyText` for no value, "+" before a
+// positive figure when `showPlus` (not before one that rounds to 0).
+std::string shownText(const Cell& cell, bool showPlus, const std::string& emptyText);
 // Whether the cell is no value, zero or the empty text.
 bool isBlank(const Cell& cell);
 // Optional figures become no value when absent.

@@ -6,32 +6,16 @@
 //
 //   node speedscope_check.mjs [--screenshots DIR] TRACE.json[.gz]...
 import fs from 'node:fs';
-import {createRequire} from 'node:module';
 import path from 'node:path';
 import zlib from 'node:zlib';
 import {Chromium} from './chromium.mjs';
 import {colouredPixels, decodePng} from './png_pixels.mjs';
+import {importTrace, nextFrame, profileLine, refusedText, showNextProfile, speedscopeVersion,
+        until} from './speedscope_app.mjs';
 
-const require = createRequire(import.meta.url);
-const version = require('speedscope/package.json').version;
-const app = path.join(path.dirname(require.resolve('speedscope/package.json')),
-                      'dist/release/index.html');
 const kEmptyMessage = "Successfully imported profile, but it's empty!";
-const kTimeoutMs = 180000;
 const kToolbarHeight = 24;  // the chart is drawn below the toolbar
 const kDrawnPixels = 100;
-
-const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
-
-async function until(what, condition) {
-  const deadline = Date.now() + kTimeoutMs;
-  for (;;) {
-    const value = await condition();
-    if (value) return value;
-    if (Date.now() > deadline) throw new Error(`timed out waiting for ${what}`);
-    await sleep(50);
-  }
-}
 
 // The threads that hold slices, as speedscope names its profiles.
 function expectedProfiles(trace) {
@@ -62,16 +46,7 @@ async function check(page, file, screenshots) {
     page.send('Page.handleJavaScriptDialog', {accept: true}).catch(() => {});
   });
 
-  await page.send('Page.navigate', {url: `file://${app}`});
-  await until('the app', () => page.evaluate('!!document.querySelector("input[type=file]")'));
-  const input = await page.send('Runtime.evaluate', {expression: 'document.querySelector("input[type=file]")'});
-  const started = Date.now();
-  await page.send('DOM.setFileInputFiles', {objectId: input.result.objectId, files: [path.resolve(file)]});
-  const title = `${path.basename(file)} - speedscope`;
-  await until('the import', async () => dialogs.length || errors.length ||
-      (await page.evaluate('document.title')) === title ||
-      (await page.evaluate('document.body.innerText')).includes('Something went wrong'));
-  const importMs = Date.now() - started;
+  const importMs = await importTrace(page, file, () => dialogs.length || errors.length);
 
   const problems = [];
   if (dialogs.length) {
@@ -80,20 +55,17 @@ async function check(page, file, screenshots) {
     problems.push(...errors.map((e) => `error: ${e}`));
     return {summary: `imported in ${importMs} ms, reported "${dialogs.join(' | ')}"`, problems};
   }
-  if ((await page.evaluate('document.body.innerText')).includes('Something went wrong')) {
-    problems.push('showed "Something went wrong"', ...errors.map((e) => `error: ${e}`));
+  if ((await page.evaluate('document.body.innerText')).includes(refusedText)) {
+    problems.push(`showed "${refusedText}"`, ...errors.map((e) => `error: ${e}`));
     return {summary: `refused after ${importMs} ms`, problems};
   }
 
   // Every profile in turn ("n" shows the next), screenshot by screenshot.
-  // The toolbar names the profile shown, with "(i/n)" when there are more.
-  const toolbar = () => page.evaluate(
-      'document.body.innerText.split("\\n").find((line) => /\\(pid \\d+/.test(line)) ?? ""');
   const drawn = [];
-  let line = await until('the profile name', toolbar);
+  let line = await until('the profile name', () => profileLine(page));
   const count = Number(/\/(\d+)\)$/.exec(line)?.[1] ?? 1);
   for (let index = 1; index <= count; ++index) {
-    await page.evaluate('new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done)))');
+    await nextFrame(page);
     const shot = Buffer.from((await page.send('Page.captureScreenshot', {format: 'png'})).data, 'base64');
     const pixels = colouredPixels(decodePng(shot), kToolbarHeight);
     const name = line.replace(/ \(\d+\/\d+\)$/, '');
@@ -103,14 +75,7 @@ async function check(page, file, screenshots) {
       fs.writeFileSync(path.join(screenshots, `${path.basename(file, '.json')}-${index}.png`), shot);
     }
     if (index === count) break;
-    for (const type of ['keyDown', 'keyUp']) {
-      await page.send('Input.dispatchKeyEvent', {type, key: 'n', code: 'KeyN', text: 'n'});
-    }
-    const previous = line;
-    line = await until(`profile ${index + 1}`, async () => {
-      const next = await toolbar();
-      return next !== previous && next;
-    });
+    line = await showNextProfile(page, line);
   }
   if (count !== expected.length) {
     problems.push(`${count} profiles for the ${expected.length} threads that hold slices`);
@@ -134,7 +99,7 @@ const browser = await Chromium.launch();
 let failed = false;
 try {
   for (const file of args) {
-    const label = `speedscope ${version} in ${browser.version}: ${file}`;
+    const label = `speedscope ${speedscopeVersion} in ${browser.version}: ${file}`;
     try {
       const page = await browser.newPage();
       const {summary, problems} = await check(page, file, screenshots).finally(() => page.close());

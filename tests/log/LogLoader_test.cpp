@@ -171,6 +171,51 @@ TEST_F(LogLoaderTest, ReadsALogFromAPipe) {
     EXPECT_EQ(capture_.count(kCorrupt), 1u);
 }
 
+// A salvage load finishes at a cut or corrupt chunk as at the end of the
+// file; either way the reader tells where the log broke.
+TEST_F(LogLoaderTest, SalvageLoadFinishesAtTheBreakAndSaysWhere) {
+    std::vector<uint8_t> cut = lengthPrefixed(buildChunk(ChunkSpec{}.message(execute("g", 0, 9))));
+    cut.resize(cut.size() - 3);
+    const struct {
+        std::vector<uint8_t> tail;
+        ChunkProblemKind kind;
+    } cases[] = {
+        {cut, ChunkProblemKind::CutChunk},
+        {lengthPrefixed(std::vector<uint8_t>(16, 0)), ChunkProblemKind::InvalidChunk},
+        {{1, 2}, ChunkProblemKind::TrailingBytes},  // ends the log normally, salvage or not
+        {{}, ChunkProblemKind::None},
+    };
+    for (const auto& c : cases) {
+        for (const bool salvage : {false, true}) {
+            SCOPED_TRACE(std::to_string(static_cast<int>(c.kind)) + (salvage ? " salvage" : ""));
+            LogWriter log = oneChunk({MessageSpec(kContextCreate).times(1, 2),
+                                      MessageSpec(kFinalize).graph("g").times(3, 9)});
+            log.chunk().message(execute("g", 0, 10)).message(execute("g", 0, 20));
+            log.rawBytes(c.tail);
+            path_ = dir_.file("profile.bin");
+            log.writeTo(path_);
+            reader_ = std::make_unique<VekProfileLogReader>(path_, VisibilityLevel(10));
+            EXPECT_TRUE(setSalvageLoad(reader_.get(), salvage));
+            const bool broken = c.kind == ChunkProblemKind::CutChunk ||
+                                c.kind == ChunkProblemKind::InvalidChunk;
+            EXPECT_EQ(reader().loadLog(true), salvage || !broken);
+            const ChunkProblem where = loadBreak(reader_.get());
+            EXPECT_EQ(where.kind, c.kind);
+            if (c.kind != ChunkProblemKind::None) {
+                EXPECT_EQ(where.chunkIndex, 2u);
+                EXPECT_EQ(where.byteOffset, log.bytes().size() - c.tail.size());
+                EXPECT_EQ(where.chunksBefore, 2u);
+                EXPECT_EQ(where.messagesBefore, 4u);
+            }
+            // Finished as at a clean end: statistics, the load flag, the init total.
+            const bool finished = salvage || !broken;
+            EXPECT_EQ(reader().executeStats.average.size(), finished ? 1u : 0u);
+            EXPECT_EQ(reader().loadFlag, finished);
+            EXPECT_EQ(reader().initDuration, finished ? 7u : 0u);
+        }
+    }
+}
+
 // --- dispatch ---
 
 TEST_F(LogLoaderTest, UnknownMethodTypesAreLoggedAndSkipped) {

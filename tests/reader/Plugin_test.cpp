@@ -89,6 +89,23 @@ TEST_F(PluginTest, ReportsThroughTheLoggerRegisteredInThePlugin) {
     EXPECT_EQ(pluginMessages(), expected);
 }
 
+TEST_F(PluginTest, OffersTheSummariesOnlyLoad) {
+    using SetLoadScopeFn = bool (*)(Reader*, LoadScope);
+    const std::string name = symbolNameOf(reinterpret_cast<void*>(&vek::profiling::setLoadScope));
+    auto setLoadScopeInPlugin = reinterpret_cast<SetLoadScopeFn>(dlsym(handle_, name.c_str()));
+    ASSERT_NE(setLoadScopeInPlugin, nullptr) << name;
+    TempDir dir;
+    LogWriter log;
+    log.chunk().message(MessageSpec(kExecute).graph("g0").times(1, 2));
+    log.writeTo(dir.file("run.bin"));
+
+    Reader* reader = createReader_(dir.file("run.bin"), VisibilityLevel(5));
+    EXPECT_TRUE(setLoadScopeInPlugin(reader, LoadScope::SummariesOnly));
+    EXPECT_TRUE(static_cast<LoadableReader*>(reader)->loadLog(false));
+    EXPECT_FALSE(setLoadScopeInPlugin(reader, LoadScope::Full));
+    deleteReader_(reader);
+}
+
 TEST_F(PluginTest, LoadsALintingLogAndWritesTheTrace) {
     TempDir dir;
     LogWriter log;

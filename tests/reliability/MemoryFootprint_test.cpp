@@ -9,12 +9,15 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "LogJsonEncoder.h"
+#include "PeakMemory.h"
+#include "reader/VekProfileLogReaderChrometrace.h"
 #include "support/LogWriter.h"
 #include "support/MemoryFile.h"
 
@@ -77,6 +80,64 @@ TEST(MemoryFootprint, LoadingALargeLogStaysWithinASmallMultipleOfIt) {
     const double multiple = static_cast<double>(peak - footprint) / static_cast<double>(written);
     RecordProperty("load_multiple", std::to_string(multiple));
     EXPECT_LT(multiple, kLoadMultipleBound) << "peak " << peak << " bytes for a log of " << written;
+}
+
+// A log of `executions` executions of two graphs, ten ops each, in chunks of
+// twenty, with durations that keep changing which call is the longest and
+// the shortest.
+void writeExecutions(const std::string& path, uint32_t executions) {
+    testlog::LogWriter log;
+    testlog::ChunkSpec* chunk = &log.chunk();
+    uint64_t random = 12345;
+    for (uint32_t i = 0; i < executions; ++i) {
+        if (i % 20 == 19) chunk = &log.chunk();
+        random = random * 6364136223846793005ull + 1442695040888963407ull;
+        std::vector<testlog::EventSpec> ops;
+        for (uint32_t op = 0; op < 10; ++op) {
+            ops.push_back(testlog::EventSpec::u64("op " + std::to_string(op), random >> 54, 1, 404)
+                              .withChildren({testlog::EventSpec::u64("wait", op, 1, 5001),
+                                             testlog::EventSpec::u64("resources", 3, 6, 5004)}));
+        }
+        chunk->message(testlog::MessageSpec(testlog::kExecute)
+                           .graph(i % 2 == 0 ? "graph_0" : "graph_1")
+                           .times(i * 1000, i * 1000 + (random >> 40) % 900)
+                           .withEvents({testlog::EventSpec::u64("Accelerator", 1).withChildren(
+                               std::move(ops))}));
+    }
+    // Written as they are: the logs written through writeTo are compared
+    // once more at the end of the run.
+    const std::vector<uint8_t> bytes = log.bytes();
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+}
+
+// A summaries-only load keeps none of the calls, so its peak memory must not
+// grow with their number: of two logs alike but for ten times as many
+// executions, the larger may raise the peak by hardly more than the smaller.
+// (A full load grows by more than the difference of their sizes.)
+TEST(MemoryFootprint, SummariesOnlyLoadDoesNotGrowWithTheExecutions) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizers' own bookkeeping would be measured";
+#endif
+    TempDir dir;
+    writeExecutions(dir.file("small.log"), 400);
+    writeExecutions(dir.file("large.log"), 4000);
+    const auto growth = [](const std::string& path) {
+        return reliability::peakGrowth([&path] {
+            VekProfileLogReaderChrometrace reader(path, static_cast<VisibilityLevel>(127));
+            ASSERT_TRUE(setLoadScope(&reader, LoadScope::SummariesOnly));
+            ASSERT_TRUE(reader.loadLog(false));
+        });
+    };
+    const int64_t small = growth(dir.file("small.log"));
+    const int64_t large = growth(dir.file("large.log"));
+    if (small < 0 || large < 0) GTEST_SKIP() << "the peak resident memory cannot be reset here";
+    const auto added = static_cast<int64_t>(std::filesystem::file_size(dir.file("large.log")) -
+                                            std::filesystem::file_size(dir.file("small.log")));
+    RecordProperty("peak_growth_small", std::to_string(small));
+    RecordProperty("peak_growth_large", std::to_string(large));
+    EXPECT_LT(large - small, added / 16) << "the log grew by " << added << " bytes";
 }
 
 }  // namespace

@@ -97,6 +97,65 @@ TEST_F(ObjectEventFileTest, EmptyDetailOrAnUnopenableNameWritesNothing) {
     EXPECT_TRUE(fs::is_empty(dir.path()));
 }
 
+// A reader confined to a directory saves nothing outside it, whatever the
+// log names, with the kernel's check and with the resolving fallback alike.
+TEST(ObjectEventFileConfined, HostileNamesCreateNothingOutsideTheDirectory) {
+    testlog::TempDir dir;
+    const std::string objects = dir.file("objects");
+    const std::string outside = dir.file("outside");
+    fs::create_directories(objects);
+    fs::create_directories(outside);
+    fs::create_directory_symlink("../outside", objects + "/link");
+    fs::create_directory_symlink(outside, objects + "/absolute");
+    fs::create_symlink("../outside/dangling.bin", objects + "/dangling.bin");
+    const char* const kAbsolute = "is an absolute path";
+    const char* const kDotDot = "has a \"..\" component";
+    const char* const kEscapes = "resolves outside the object directory";
+    const struct {
+        std::string name;
+        const char* refusal;  // null: saved
+        std::string savedAs;
+    } cases[] = {
+        {"plain.bin", nullptr, "plain.bin"},
+        {"..dots.bin", nullptr, "..dots.bin"},
+        {"dangling.bin", nullptr, "dangling_1.bin"},  // the link counts as taken
+        {outside + "/absolute.bin", kAbsolute, ""},
+        {"../outside/up.bin", kDotDot, ""},
+        {"a/../b.bin", kDotDot, ""},
+        {"link/relative.bin", kEscapes, ""},
+        {"absolute/link.bin", kEscapes, ""},
+    };
+    for (const auto enforcement :
+         {ObjectDirectory::Enforcement::kKernelFirst, ObjectDirectory::Enforcement::kResolveOnly}) {
+        for (const auto& c : cases) {
+            SCOPED_TRACE(c.name);
+            LogCapture capture;
+            VekProfileLogReader reader{"log.bin", VisibilityLevel(5)};
+            reader.objectDirectory = ObjectDirectory::open(objects, enforcement);
+            ProfileEvent event = objectEvent(c.name, {'x'});
+            event.name = "Blob";
+            reader.writeObjectEventFile(event);
+            if (c.refusal != nullptr) {
+                EXPECT_TRUE(capture.contains("Object event [Blob]: file name [" + c.name + "] " +
+                                                 c.refusal + "; not saved",
+                                             kLogError));
+            } else {
+                EXPECT_TRUE(capture.messages().empty());
+                EXPECT_EQ(readFile(objects + "/" + c.savedAs), "x");
+                fs::remove(objects + "/" + c.savedAs);
+            }
+        }
+        EXPECT_TRUE(fs::is_empty(outside));
+    }
+    // The public switch, on and off again.
+    VekProfileLogReader reader{"log.bin", VisibilityLevel(5)};
+    EXPECT_FALSE(confineObjectFiles(&reader, dir.file("absent")));
+    EXPECT_TRUE(confineObjectFiles(&reader, objects));
+    EXPECT_NE(reader.objectDirectory, nullptr);
+    EXPECT_TRUE(confineObjectFiles(&reader, ""));
+    EXPECT_EQ(reader.objectDirectory, nullptr);
+}
+
 }  // namespace
 }  // namespace profiling
 }  // namespace vek

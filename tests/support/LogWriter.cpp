@@ -1,5 +1,6 @@
 #include "support/LogWriter.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -161,18 +162,34 @@ std::vector<uint8_t> buildChunk(const ChunkSpec& chunk) {
     return std::vector<uint8_t>(fbb.GetBufferPointer(), fbb.GetBufferPointer() + fbb.GetSize());
 }
 
-std::vector<uint8_t> lengthPrefixed(const std::vector<uint8_t>& body) {
-    const auto size = static_cast<uint32_t>(body.size());
-    std::vector<uint8_t> out = {static_cast<uint8_t>(size), static_cast<uint8_t>(size >> 8),
-                                static_cast<uint8_t>(size >> 16),
-                                static_cast<uint8_t>(size >> 24)};
+namespace {
+// Appends `body` to `out`, after its u32 little-endian length when `prefixed`.
+// Written element by element: GCC 12 reports false array-bounds and
+// use-after-free warnings on the vector copies of the obvious version.
+void appendPiece(std::vector<uint8_t>& out, const std::vector<uint8_t>& body, bool prefixed) {
+    if (prefixed) {
+        const auto size = static_cast<uint32_t>(body.size());
+        for (unsigned shift = 0; shift < 32; shift += 8) {
+            out.push_back(static_cast<uint8_t>(size >> shift));
+        }
+    }
     out.insert(out.end(), body.begin(), body.end());
+}
+}  // namespace
+
+std::vector<uint8_t> lengthPrefixed(const std::vector<uint8_t>& body) {
+    std::vector<uint8_t> out;
+    out.reserve(body.size() + 4);
+    appendPiece(out, body, true);
     return out;
 }
 
 ChunkSpec& LogWriter::chunk() {
-    pieces_.push_back(Piece{ChunkSpec{}, {}, true});
-    return *pieces_.back().chunk;
+    // Built in place: moving a fresh Piece in makes GCC 12 warn (falsely)
+    // of uninitialised members at -O3.
+    Piece& piece = pieces_.emplace_back();
+    piece.prefixed = true;
+    return piece.chunk.emplace();
 }
 
 LogWriter& LogWriter::rawChunk(std::vector<uint8_t> body) {
@@ -188,18 +205,27 @@ LogWriter& LogWriter::rawBytes(std::vector<uint8_t> bytes) {
 std::vector<uint8_t> LogWriter::bytes() const {
     std::vector<uint8_t> out;
     for (const Piece& piece : pieces_) {
-        const std::vector<uint8_t> body = piece.chunk ? buildChunk(*piece.chunk) : piece.raw;
-        const std::vector<uint8_t> framed = piece.prefixed ? lengthPrefixed(body) : body;
-        out.insert(out.end(), framed.begin(), framed.end());
+        if (piece.chunk) {
+            appendPiece(out, buildChunk(*piece.chunk), piece.prefixed);
+        } else {
+            appendPiece(out, piece.raw, piece.prefixed);
+        }
     }
     return out;
 }
+
+namespace {
+std::atomic<LogWrittenHook> logWrittenHook{nullptr};
+}  // namespace
+
+void setLogWrittenHook(LogWrittenHook hook) { logWrittenHook = hook; }
 
 void LogWriter::writeTo(const std::string& path) const {
     const std::vector<uint8_t> data = bytes();
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
     if (!out) throw std::runtime_error("cannot write test log " + path);
+    if (const LogWrittenHook hook = logWrittenHook) hook(data);
 }
 
 TempDir::TempDir() {

@@ -165,6 +165,11 @@ private:
     std::vector<Piece> pieces_;
 };
 
+// Shown the bytes of every log that LogWriter::writeTo writes, so that a
+// check can watch all the logs the tests build; null (the default) for none.
+using LogWrittenHook = void (*)(const std::vector<uint8_t>& log);
+void setLogWrittenHook(LogWrittenHook hook);
+
 // Length prefix (u32 little-endian) followed by the body.
 std::vector<uint8_t> lengthPrefixed(const std::vector<uint8_t>& body);
 

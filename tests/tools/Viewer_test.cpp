@@ -88,7 +88,11 @@ TEST_F(ViewerTest, GzipNamesGiveTheSameBytesCompressed) {
         {"empty.bin --trace-format portable -o OUT", "empty.json"},
         {"-m summary run.bin -o OUT", "rows.csv"},
     };
-    LogWriter().writeTo(dir_.file("empty.bin"));
+    // A log without op records: one chunk with nothing in it (an empty file
+    // is refused as no log at all).
+    LogWriter noOps;
+    noOps.chunk();
+    noOps.writeTo(dir_.file("empty.bin"));
     for (const auto& c : cases) {
         SCOPED_TRACE(c.arguments);
         for (const std::string& output : {std::string(c.output), std::string(c.output) + ".gz"}) {
@@ -158,16 +162,30 @@ TEST_F(ViewerTest, UsageErrorsExitWithTwo) {
 }
 
 TEST_F(ViewerTest, RefusedInputOrOutputExitsWithOneAndShowsTheReason) {
-    const RunResult missing = run("absent.bin");
-    EXPECT_EQ(missing.status, 1);
-    EXPECT_NE(missing.err.find("Invalid or nonexistent file: "), std::string::npos);
-
-    LogWriter corrupt;
-    corrupt.rawChunk(std::vector<uint8_t>(16, 0xff));
-    corrupt.writeTo(dir_.file("corrupt.bin"));
-    const RunResult bad = run("corrupt.bin");
-    EXPECT_EQ(bad.status, 1);
-    EXPECT_NE(bad.err.find("Corrupted flatbuffer binary stream"), std::string::npos);
+    // Each kind of log that is refused has a line of its own, naming the file.
+    LogWriter().rawChunk(std::vector<uint8_t>(16, 0xff)).writeTo(dir_.file("corrupt.bin"));
+    LogWriter().rawBytes({'{', '"', 'a', '"', ':', '1', '}'}).writeTo(dir_.file("trace.json"));
+    LogWriter().writeTo(dir_.file("empty.bin"));
+    std::filesystem::create_directory(dir_.file("dir"));
+    const struct {
+        const char* log;
+        const char* message;
+    } refusals[] = {
+        {"absent.bin", "absent.bin: no such file"},
+        {"dir", "dir: is a directory, not a profile log"},
+        {"empty.bin", "empty.bin: is empty, not a profile log"},
+        {"trace.json", "trace.json: not a profile log: it starts like JSON text, not with a "
+                       "chunk length"},
+        {"corrupt.bin", "corrupt.bin: not a profile log: its first chunk (16 bytes) fails "
+                        "verification"},
+    };
+    for (const auto& refusal : refusals) {
+        const RunResult refused = run(refusal.log);
+        EXPECT_EQ(refused.status, 1) << refusal.log;
+        EXPECT_NE(refused.err.find(std::string("vek-profile-viewer: ") + refusal.message + "\n"),
+                  std::string::npos)
+            << refused.err;
+    }
 
     const RunResult unwritable = run("run.bin -o missing/trace.json");
     EXPECT_EQ(unwritable.status, 1);
@@ -177,6 +195,77 @@ TEST_F(ViewerTest, RefusedInputOrOutputExitsWithOneAndShowsTheReason) {
     const RunResult noPlugin = run("--reader ./nothing.so run.bin");
     EXPECT_EQ(noPlugin.status, 1);
     EXPECT_NE(noPlugin.err.find("cannot load reader plug-in"), std::string::npos);
+}
+
+// A log cut short is refused with the place it breaks; --salvage reports on
+// the whole chunks before it exactly as on a log that ends there.
+TEST_F(ViewerTest, SalvageReportsOnTheWholeChunksOfACutLog) {
+    const std::string whole = readFile(dir_.file("run.bin"));
+    std::vector<uint8_t> cut(whole.begin(), whole.end());
+    const std::vector<uint8_t> next = lengthPrefixed(buildChunk(
+        ChunkSpec{}.message(MessageSpec(kExecute).graph("g0").times(400, 900))));
+    cut.insert(cut.end(), next.begin(), next.begin() + 30);
+    LogWriter().rawBytes(cut).writeTo(dir_.file("cut.bin"));
+    const std::string place = "chunk 1 at byte offset " + std::to_string(whole.size()) +
+                              ": cut short: its length field announces " +
+                              std::to_string(next.size() - 4) + " bytes, only 26 are there";
+
+    const RunResult refused = run("cut.bin -o refused.json");
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.err.find("cannot read the profile log cut.bin: " + place +
+                               "; --salvage reports on the 1 chunk and 1 message before it\n"),
+              std::string::npos)
+        << refused.err;
+    EXPECT_FALSE(std::filesystem::exists(dir_.file("refused.json")));
+
+    const RunResult salvaged = run("--salvage cut.bin -o salvaged.json");
+    ASSERT_EQ(salvaged.status, 0) << salvaged.err;
+    EXPECT_NE(salvaged.err.find("warning: cut.bin: " + place +
+                                "; the report covers only the 1 chunk and 1 message before it\n"),
+              std::string::npos)
+        << salvaged.err;
+    LogWriter().rawBytes({whole.begin(), whole.end()}).writeTo(dir_.file("cut.bin"));
+    const RunResult trimmed = run("cut.bin -o trimmed.json");
+    ASSERT_EQ(trimmed.status, 0);
+    EXPECT_EQ(salvaged.out, trimmed.out);
+    EXPECT_EQ(readFile(dir_.file("salvaged.json")), readFile(dir_.file("trimmed.json")));
+}
+
+// Object names that leave the object directory are refused, each with a
+// line naming the event and the name; the report is still written whole.
+TEST_F(ViewerTest, ObjectFilesStayInTheirDirectoryUnlessAllowedOut) {
+    namespace fs = std::filesystem;
+    fs::create_directories(dir_.file("objects"));
+    fs::create_directories(dir_.file("outside"));
+    fs::create_directory_symlink("../outside", dir_.file("objects/link"));
+    const std::vector<std::string> hostile = {dir_.file("outside/absolute.bin"),
+                                              "../outside/parent.bin", "link/through-link.bin"};
+    std::vector<EventSpec> events = {EventSpec::object("Kept", {7}, "kept.bin")};
+    for (const std::string& name : hostile) events.push_back(EventSpec::object("Evil", {6}, name));
+    LogWriter log;
+    log.chunk().message(MessageSpec(kExecute).graph("g0").times(0, 10).withEvents(events));
+    log.writeTo(dir_.file("hostile.bin"));
+
+    const RunResult confined = run("--save-objects=objects -o trace.json hostile.bin");
+    EXPECT_EQ(confined.status, 1);
+    EXPECT_NE(confined.err.find("Object event [Evil]: file name [" + hostile[0] +
+                                "] is an absolute path; not saved"),
+              std::string::npos)
+        << confined.err;
+    EXPECT_NE(confined.err.find("[../outside/parent.bin] has a \"..\" component"),
+              std::string::npos);
+    EXPECT_NE(confined.err.find("[link/through-link.bin] resolves outside the object directory"),
+              std::string::npos);
+    EXPECT_TRUE(fs::is_empty(dir_.file("outside")));
+    EXPECT_EQ(readFile(dir_.file("objects/kept.bin")), "\x07");
+    EXPECT_NE(readFile(dir_.file("trace.json")).find("\"traceEvents\""), std::string::npos);
+
+    const RunResult allowed = run(
+        "--save-objects=objects --allow-object-paths-outside-dir -o trace.json hostile.bin");
+    EXPECT_EQ(allowed.status, 0) << allowed.err;
+    for (const char* name : {"absolute.bin", "parent.bin", "through-link.bin"}) {
+        EXPECT_EQ(readFile(dir_.file(std::string("outside/") + name)), "\x06") << name;
+    }
 }
 
 TEST_F(ViewerTest, FullDeviceIsAFailureNotASuccess) {
@@ -263,11 +352,24 @@ TEST_F(ViewerTest, TopAndDiffRefuseLogsWithoutOpRecordsAndCorruptOnes) {
     }
 }
 
+TEST_F(ViewerTest, HtmlModeWritesTheReportBesideTheLogsName) {
+    const RunResult result = run("-m html run.bin");
+    ASSERT_EQ(result.status, 0) << result.err;
+    const std::string html = readFile(dir_.file("run.html"));
+    EXPECT_EQ(html.rfind("<!DOCTYPE html>", 0), 0u);
+    EXPECT_NE(html.find("<h2>Graph g0</h2>"), std::string::npos);
+    EXPECT_NE(html.find("<title>conv [PQA]: 40 us at 5 us</title>"), std::string::npos);
+    EXPECT_NE(result.err.find("report written to "), std::string::npos);
+    EXPECT_EQ(run("-m html -o report.html corrupt-or-absent.bin").status, 1);
+    EXPECT_FALSE(std::filesystem::exists(dir_.file("report.html")));
+}
+
 TEST(ViewerOptionsTest, ParsesLongShortInlineAndPositionalForms) {
     using viewer::OutputMode;
     const auto parsed = viewer::parseViewerOptions(
         {"-m", "summary", "--output=x.csv", "-v", "-3", "--log-level", "warning",
-         "--save-objects", "--reader=/p.so", "log.bin"});
+         "--save-objects", "--reader=/p.so", "--salvage", "--allow-object-paths-outside-dir",
+         "log.bin"});
     ASSERT_TRUE(parsed.options) << parsed.text;
     EXPECT_EQ(parsed.options->mode, OutputMode::Summary);
     EXPECT_EQ(parsed.options->outputPath, "x.csv");
@@ -276,6 +378,8 @@ TEST(ViewerOptionsTest, ParsesLongShortInlineAndPositionalForms) {
     EXPECT_TRUE(parsed.options->saveObjects);
     EXPECT_EQ(parsed.options->objectDirectory, "");
     EXPECT_EQ(parsed.options->readerPath, "/p.so");
+    EXPECT_TRUE(parsed.options->salvage);
+    EXPECT_TRUE(parsed.options->allowObjectPathsOutsideDir);
     EXPECT_EQ(parsed.options->logPaths, std::vector<std::string>{"log.bin"});
 
     const auto defaults = viewer::parseViewerOptions({"log.bin"});
@@ -283,6 +387,8 @@ TEST(ViewerOptionsTest, ParsesLongShortInlineAndPositionalForms) {
     EXPECT_EQ(defaults.options->mode, OutputMode::Trace);
     EXPECT_EQ(defaults.options->visibilityLevel, 127);
     EXPECT_EQ(defaults.options->logLevel, 1);
+    EXPECT_FALSE(defaults.options->salvage);
+    EXPECT_FALSE(defaults.options->allowObjectPathsOutsideDir);
 
     // The views' options; --graph takes one name at a time.
     const auto top = viewer::parseViewerOptions({"-m", "top", "--graph", "g1", "--graph", "g2",

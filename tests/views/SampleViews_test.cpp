@@ -5,22 +5,15 @@
 #include <string>
 
 #include "VekChrometraceProfilingReader.h"
-#include "reader/VekProfileLogReader.h"
 #include "support/Golden.h"
-#include "views/LogFigureCollector.h"
+#include "views/SampleFigures.h"
 
 namespace vek {
 namespace profiling {
 namespace {
 
 #ifdef VEK_SAMPLE_DIR
-LogFigures sampleFigures(const std::string& name) {
-    VekProfileLogReader reader(std::string(VEK_SAMPLE_DIR) + "/" + name, VisibilityLevel(127));
-    EXPECT_TRUE(reader.loadLog(false)) << name;
-    LogFigures figures = collectFigures(reader);
-    figures.logPath = name;  // the golden text does not depend on the build directory
-    return figures;
-}
+using testviews::sampleFigures;
 
 TEST(SampleViewsTest, TopAndDiffOfTheSamples) {
     const LogFigures base = sampleFigures("linting_sample.log");

@@ -5,7 +5,8 @@ namespace viewer {
 
 int runHeaderMode(ViewerSession& session) {
     ReaderPlugin::ReaderHandle reader =
-        session.loadLog(session.options().logPaths.front(), ViewerSession::ReaderKind::Trace);
+        session.loadLog(session.options().logPaths.front(), ViewerSession::ReaderKind::Trace,
+                        ViewerSession::LogContent::EveryCall);
     if (!reader) return kExitFailure;
     const std::string header = reader->printHeader();
     if (header.empty()) return ViewerSession::fail("the log has no header");

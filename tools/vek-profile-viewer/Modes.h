@@ -13,6 +13,7 @@ int runHeaderMode(ViewerSession& session);
 int runTopMode(ViewerSession& session);
 // Exit status 3 when --fail-above finds a graph that got slower.
 int runDiffMode(ViewerSession& session);
+int runHtmlMode(ViewerSession& session);
 
 constexpr int kExitSlower = 3;
 

@@ -58,6 +58,12 @@ std::unique_ptr<ReaderPlugin> ReaderPlugin::open(const std::string& path, std::s
     plugin->graphsSlowerBy_ = lookUpDeclared(plugin->library_, &profiling::graphsSlowerBy);
     plugin->writeTopView_ = lookUpDeclared(plugin->library_, &profiling::writeTopView);
     plugin->writeDiffView_ = lookUpDeclared(plugin->library_, &profiling::writeDiffView);
+    plugin->writeHtmlReport_ = lookUpDeclared(plugin->library_, &profiling::writeHtmlReport);
+    plugin->setSalvageLoad_ = lookUpDeclared(plugin->library_, &profiling::setSalvageLoad);
+    plugin->loadBreak_ = lookUpDeclared(plugin->library_, &profiling::loadBreak);
+    plugin->confineObjectFiles_ =
+        lookUpDeclared(plugin->library_, &profiling::confineObjectFiles);
+    plugin->setLoadScope_ = lookUpDeclared(plugin->library_, &profiling::setLoadScope);
     return plugin;
 }
 
@@ -139,6 +145,27 @@ bool ReaderPlugin::writeDiffView(const profiling::LogDiff& diff,
                                  std::ostream& out) const {
     if (writeDiffView_ == nullptr) return missingOperation("writeDiffView");
     return writeDiffView_(diff, options, out);
+}
+
+bool ReaderPlugin::writeHtmlReport(const profiling::LogFigures& figures, std::ostream& out) const {
+    if (writeHtmlReport_ == nullptr) return missingOperation("writeHtmlReport");
+    return writeHtmlReport_(figures, out);
+}
+
+bool ReaderPlugin::setSalvageLoad(Reader* reader, bool salvage) const {
+    return setSalvageLoad_ != nullptr && setSalvageLoad_(reader, salvage);
+}
+
+profiling::ChunkProblem ReaderPlugin::loadBreak(Reader* reader) const {
+    return loadBreak_ != nullptr ? loadBreak_(reader) : profiling::ChunkProblem{};
+}
+
+bool ReaderPlugin::confineObjectFiles(Reader* reader, const std::string& directory) const {
+    return confineObjectFiles_ != nullptr && confineObjectFiles_(reader, directory);
+}
+
+void ReaderPlugin::setLoadScope(Reader* reader, profiling::LoadScope scope) const {
+    if (setLoadScope_ != nullptr) setLoadScope_(reader, scope);
 }
 
 std::string installedPluginPath() {

@@ -62,6 +62,20 @@ public:
                       const profiling::TopViewOptions& options, std::ostream& out) const;
     bool writeDiffView(const profiling::LogDiff& diff, const profiling::DiffViewOptions& options,
                        std::ostream& out) const;
+    bool writeHtmlReport(const profiling::LogFigures& figures, std::ostream& out) const;
+
+    // Cut and corrupt logs (see the public header); false, and kind None,
+    // when the plug-in does not offer them.
+    bool setSalvageLoad(Reader* reader, bool salvage) const;
+    profiling::ChunkProblem loadBreak(Reader* reader) const;
+
+    // Object files confined to a directory; false when the plug-in does not
+    // offer it or the directory cannot be opened.
+    bool confineObjectFiles(Reader* reader, const std::string& directory) const;
+
+    // Chooses how much of the log the reader's loadLog keeps; a plug-in
+    // without the choice always keeps everything, which reports the same.
+    void setLoadScope(Reader* reader, profiling::LoadScope scope) const;
 
 private:
     ReaderPlugin() = default;
@@ -79,6 +93,12 @@ private:
     decltype(&profiling::graphsSlowerBy) graphsSlowerBy_ = nullptr;
     decltype(&profiling::writeTopView) writeTopView_ = nullptr;
     decltype(&profiling::writeDiffView) writeDiffView_ = nullptr;
+    decltype(&profiling::writeHtmlReport) writeHtmlReport_ = nullptr;
+
+    decltype(&profiling::setSalvageLoad) setSalvageLoad_ = nullptr;
+    decltype(&profiling::loadBreak) loadBreak_ = nullptr;
+    decltype(&profiling::confineObjectFiles) confineObjectFiles_ = nullptr;
+    decltype(&profiling::setLoadScope) setLoadScope_ = nullptr;
 };
 
 // The plug-in this tool was built and installed with.

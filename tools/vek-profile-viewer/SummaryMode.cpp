@@ -7,12 +7,15 @@ namespace viewer {
 
 int runSummaryMode(ViewerSession& session) {
     const ViewerOptions& options = session.options();
-    ReaderPlugin::ReaderHandle reader =
-        session.loadLog(options.logPaths.front(), ViewerSession::ReaderKind::Summary);
+    const std::string csvPath = absolutePath(options.outputPath);
+    // The CSV export lists every call; the text summary alone needs none.
+    ReaderPlugin::ReaderHandle reader = session.loadLog(
+        options.logPaths.front(), ViewerSession::ReaderKind::Summary,
+        csvPath.empty() ? ViewerSession::LogContent::SummariesOnly
+                        : ViewerSession::LogContent::EveryCall);
     if (!reader) return kExitFailure;
 
-    const std::string csvPath = absolutePath(options.outputPath);
-    if (!session.enterObjectDirectory()) return kExitFailure;
+    if (!session.prepareObjectDirectory(reader.get(), {csvPath})) return kExitFailure;
     const int errorsBefore = session.libraryErrors();
     std::ostringstream report;
     if (csvPath.empty()) {

@@ -8,12 +8,13 @@ namespace viewer {
 int runTraceMode(ViewerSession& session) {
     const ViewerOptions& options = session.options();
     const std::string& logPath = options.logPaths.front();
-    ReaderPlugin::ReaderHandle reader = session.loadLog(logPath, ViewerSession::ReaderKind::Trace);
+    ReaderPlugin::ReaderHandle reader = session.loadLog(
+        logPath, ViewerSession::ReaderKind::Trace, ViewerSession::LogContent::SummariesOnly);
     if (!reader) return kExitFailure;
 
     const std::string outputPath = absolutePath(
         options.outputPath.empty() ? defaultTracePath(logPath) : options.outputPath);
-    if (!session.enterObjectDirectory()) return kExitFailure;
+    if (!session.prepareObjectDirectory(reader.get(), {outputPath})) return kExitFailure;
     const profiling::TraceFormat format = options.traceLayout == TraceLayout::Portable
                                               ? profiling::TraceFormat::Portable
                                               : profiling::TraceFormat::Exact;

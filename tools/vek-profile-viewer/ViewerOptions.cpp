@@ -26,16 +26,21 @@ struct ModeEntry {
 const std::vector<ModeEntry>& modeTable() {
     static const std::vector<ModeEntry> table = {
         {"trace", OutputMode::Trace, 1,
-         "a timeline of every graph's average execution for trace viewers (-o, default "
-         "LOG.trace.json), and a short summary"},
+         "a timeline of each graph's averaged ops, end to end with their waits and the work "
+         "beside them, for trace viewers (-o, default LOG.trace.json); prints the init, "
+         "compose, finalize, de-init and average execution times"},
         {"summary", OutputMode::Summary, 1,
-         "every figure of the log as text: init, compose, finalize, de-init, executions "
-         "(average, min, max), library load; -o appends the CSV export of every call"},
-        {"header", OutputMode::Header, 1, "which tool wrote the log, when, for which backend"},
+         "every figure as text: init, compose, finalize and de-init times, each graph's "
+         "average, fastest and slowest execution with the backend's events, inferences per "
+         "second, library load; -o appends every call and event as CSV rows"},
+        {"header", OutputMode::Header, 1, "which tool wrote the log, when, and for which backend"},
         {"top", OutputMode::Top, 1,
          "per graph, the ops ranked by time, with their share of the accelerator time"},
         {"diff", OutputMode::Diff, 2,
          "BASE NEW: per graph, the NetRun average before and after and the ops that changed"},
+        {"html", OutputMode::Html, 1,
+         "one HTML file that needs nothing else: NetRun and top-op charts, a timeline of "
+         "each graph's average execution, op and phase tables (-o, default LOG.html)"},
     };
     return table;
 }
@@ -114,7 +119,8 @@ std::unique_ptr<CLI::App> makeApp(ViewerOptions& options, RawValues& raw) {
         ->option_text("LOG");
     app->add_option("-o,--output", options.outputPath,
                     "the output file; trace: default LOG.trace.json in the current directory; "
-                    "summary: the CSV file to append to (default none)")
+                    "summary: the CSV file to append to (default none); top, diff: default "
+                    "standard output; html: default LOG.html")
         ->option_text("PATH");
     app->add_option("--trace-format", raw.traceFormat,
                     "exact: the trace as the plug-in writes it (default); portable: numeric "
@@ -125,6 +131,12 @@ std::unique_ptr<CLI::App> makeApp(ViewerOptions& options, RawValues& raw) {
                   "also save the object events as files in DIR (default: the current "
                   "directory); never overwrites a file")
         ->option_text("[=DIR]");
+    app->add_flag("--allow-object-paths-outside-dir", options.allowObjectPathsOutsideDir,
+                  "save object files under the names the log gives even when they are "
+                  "absolute, contain .. or lead out of DIR through a link (default: refused)");
+    app->add_flag("--salvage", options.salvage,
+                  "on a log cut short or with a corrupt chunk, report on the whole chunks "
+                  "before the break (default: refuse the log and say where it breaks)");
     app->add_option("-v,--visibility", raw.visibility,
                     "skip messages whose visibility is >= N (-128..127; default 127: keep all)")
         ->check(CLI::Range(-128, 127))
@@ -240,6 +252,10 @@ std::string viewerUsage() {
 
 std::string defaultTracePath(const std::string& logPath) {
     return std::filesystem::path(logPath).stem().string() + ".trace.json";
+}
+
+std::string defaultReportPath(const std::string& logPath) {
+    return std::filesystem::path(logPath).stem().string() + ".html";
 }
 
 }  // namespace viewer

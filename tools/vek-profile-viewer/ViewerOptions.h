@@ -18,6 +18,7 @@ enum class OutputMode {
     Header,   // the log header alone
     Top,      // per graph, the ops that cost the most
     Diff,     // per graph, what changed between two logs
+    Html,     // one self-contained HTML report with charts
 };
 
 enum class TraceLayout {
@@ -44,6 +45,11 @@ struct ViewerOptions {
     int32_t logLevel = 1;          // library diagnostics shown: 0 none .. 5 debug
     bool saveObjects = false;
     std::string objectDirectory;  // empty: the current directory
+    // Object file names that leave the object directory are saved as the log
+    // gives them instead of refused.
+    bool allowObjectPathsOutsideDir = false;
+    // A log cut short or with a corrupt chunk is reported on up to there.
+    bool salvage = false;
     std::string readerPath;       // empty: the plug-in installed beside the tool
     ViewOptions view;
 };
@@ -63,6 +69,8 @@ std::string viewerUsage();
 // The trace file written when no output path is given: the log's name with
 // ".trace.json", in the current directory.
 std::string defaultTracePath(const std::string& logPath);
+// The same for the HTML report: the log's name with ".html".
+std::string defaultReportPath(const std::string& logPath);
 
 }  // namespace viewer
 }  // namespace vek

@@ -8,6 +8,9 @@
 #include <filesystem>
 #include <iostream>
 
+#include "LogRefusal.h"
+#include "WriteConfinement.h"
+
 namespace vek {
 namespace viewer {
 namespace {
@@ -75,7 +78,13 @@ bool ViewerSession::start() {
     return true;
 }
 
-ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, ReaderKind kind) {
+ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, ReaderKind kind,
+                                                  LogContent content) {
+    const std::string refusal = tools::logFileRefusal(logPath);
+    if (!refusal.empty()) {
+        fail(logPath + ": " + refusal);
+        return ReaderPlugin::ReaderHandle(nullptr, ReaderPlugin::ReaderDeleter{nullptr});
+    }
     const std::string path = absolutePath(logPath);
     const auto level = static_cast<profiling::VisibilityLevel>(options_.visibilityLevel);
     ReaderPlugin::ReaderHandle reader = kind == ReaderKind::Summary
@@ -85,17 +94,25 @@ ReaderPlugin::ReaderHandle ViewerSession::loadLog(const std::string& logPath, Re
         fail("the reader plug-in could not create a reader");
         return reader;
     }
-    auto* loadable = static_cast<LoadableReader*>(reader.get());
-    if (!loadable->loadLog(options_.saveObjects)) {
-        fail("cannot read the profile log " + logPath);
+    plugin_->setLoadScope(reader.get(), content == LogContent::SummariesOnly
+                                            ? profiling::LoadScope::SummariesOnly
+                                            : profiling::LoadScope::Full);
+    if (options_.salvage && !plugin_->setSalvageLoad(reader.get(), true)) {
+        fail("the reader plug-in cannot salvage a log");
         reader.reset();
+        return reader;
     }
+    auto* loadable = static_cast<LoadableReader*>(reader.get());
+    const bool loaded = loadable->loadLog(options_.saveObjects);
+    if (!acceptLoad(reader.get(), logPath, loaded)) reader.reset();
     return reader;
 }
 
 bool ViewerSession::loadOpFigures(const std::string& logPath, bool requireOps,
                                   profiling::LogFigures& figures) {
-    ReaderPlugin::ReaderHandle reader = loadLog(logPath, ReaderKind::Trace);
+    // The figures come from the summaries alone.
+    ReaderPlugin::ReaderHandle reader =
+        loadLog(logPath, ReaderKind::Trace, LogContent::SummariesOnly);
     if (!reader) return false;
     if (!plugin_->collectLogFigures(reader.get(), figures)) {
         fail("the reader plug-in gives no op figures for " + logPath);
@@ -107,6 +124,36 @@ bool ViewerSession::loadOpFigures(const std::string& logPath, bool requireOps,
     }
     fail("no op records in " + logPath);
     return false;
+}
+
+bool ViewerSession::acceptLoad(Reader* reader, const std::string& logPath, bool loaded) const {
+    using profiling::ChunkProblemKind;
+    const profiling::ChunkProblem where = plugin_->loadBreak(reader);
+    const std::string place = tools::describeChunkProblem(where);
+    const std::string before = tools::chunksAndMessages(where.chunksBefore, where.messagesBefore);
+    if (where.kind == ChunkProblemKind::NotAProfileLog) {
+        fail(logPath + ": " + where.reason);
+        return false;
+    }
+    const bool broken = where.kind != ChunkProblemKind::None &&
+                        where.kind != ChunkProblemKind::TrailingBytes;
+    if (!loaded && !broken) {
+        fail("cannot read the profile log " + logPath);
+        return false;
+    }
+    if (!loaded || (broken && where.chunksBefore == 0)) {
+        fail("cannot read the profile log " + logPath + ": " + place +
+             (where.chunksBefore == 0 ? "; no whole chunk before it"
+                                      : "; --salvage reports on the " + before + " before it"));
+        return false;
+    }
+    if (where.kind == ChunkProblemKind::TrailingBytes) {
+        note("note: " + logPath + ": " + place + "; ignored");
+    } else if (where.kind != ChunkProblemKind::None) {
+        note("warning: " + logPath + ": " + place + "; the report covers only the " + before +
+             " before it");
+    }
+    return true;
 }
 
 bool ViewerSession::writeOutputFile(const std::string& path, tools::OutputFile::Mode mode,
@@ -140,12 +187,37 @@ bool ViewerSession::printToStandardOutput(const std::string& text) {
     return false;
 }
 
-bool ViewerSession::enterObjectDirectory() {
-    if (!options_.saveObjects || options_.objectDirectory.empty()) return true;
+bool ViewerSession::prepareObjectDirectory(Reader* reader, const std::vector<std::string>& outputs) {
+    if (!options_.saveObjects) return true;
+    const std::string directory = options_.objectDirectory.empty()
+                                      ? fs::current_path().string()
+                                      : absolutePath(options_.objectDirectory);
     std::error_code failed;
-    fs::create_directories(options_.objectDirectory, failed);
-    if (failed || chdir(options_.objectDirectory.c_str()) != 0) {
-        fail("cannot use the object directory " + options_.objectDirectory);
+    fs::create_directories(directory, failed);
+    if (options_.allowObjectPathsOutsideDir) {
+        if (failed || chdir(directory.c_str()) != 0) {
+            fail("cannot use the object directory " + directory);
+            return false;
+        }
+        return true;
+    }
+    if (failed || !plugin_->confineObjectFiles(reader, directory)) {
+        fail("cannot confine object files to " + directory +
+             " (--allow-object-paths-outside-dir saves them where the log says)");
+        return false;
+    }
+    // The kernel's own fence: from here on this process writes only in the
+    // object directory and where its outputs go.
+    std::vector<std::string> writable = {directory};
+    for (const std::string& output : outputs) {
+        if (output.empty() || output == "-") continue;
+        std::error_code ignored;
+        const bool special = fs::exists(output, ignored) && !fs::is_regular_file(output, ignored);
+        writable.push_back(special ? output : fs::path(output).parent_path().string());
+    }
+    std::string error;
+    if (tools::confineWritesTo(writable, error) == tools::Confinement::kFailed) {
+        fail(error);
         return false;
     }
     return true;

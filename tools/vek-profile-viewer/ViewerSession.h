@@ -7,6 +7,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "OutputFile.h"
 #include "ReaderPlugin.h"
@@ -31,8 +32,13 @@ public:
         Trace,    // the plug-in's own reader (createReader)
         Summary,  // the plain reader with the full text summary
     };
+    // What a mode reads of the log: every call (the CSV export lists them),
+    // or only the per-graph summaries, which load in memory that does not
+    // grow with the log.
+    enum class LogContent { EveryCall, SummariesOnly };
     // A reader with `logPath` loaded; null after saying why.
-    ReaderPlugin::ReaderHandle loadLog(const std::string& logPath, ReaderKind kind);
+    ReaderPlugin::ReaderHandle loadLog(const std::string& logPath, ReaderKind kind,
+                                       LogContent content);
 
     // The op figures of a log (collected by the plug-in from the loaded
     // summaries); false after saying why, also, with `requireOps`, when the
@@ -51,9 +57,12 @@ public:
     // Writes text to standard output; false after saying why.
     bool printToStandardOutput(const std::string& text);
 
-    // Makes later relative object file names land in the object directory
-    // (--save-objects=DIR); false after saying why.
-    bool enterObjectDirectory();
+    // Readies the object directory (--save-objects=DIR) for `reader`: object
+    // files are confined to it, by the reader and by the kernel, unless
+    // --allow-object-paths-outside-dir makes relative names land in it as
+    // the current directory. `outputs` are the files the mode will write.
+    // False after saying why.
+    bool prepareObjectDirectory(Reader* reader, const std::vector<std::string>& outputs);
 
     // How many errors the library has reported so far: an object file that
     // could not be written is reported only that way.
@@ -68,6 +77,10 @@ public:
     const ReaderPlugin& plugin() const { return *plugin_; }
 
 private:
+    // Says where a log breaks, refusing it unless the load salvaged it;
+    // false when the log is refused.
+    bool acceptLoad(Reader* reader, const std::string& logPath, bool loaded) const;
+
     const ViewerOptions& options_;
     std::unique_ptr<ReaderPlugin> plugin_;
 };

@@ -25,6 +25,8 @@ int runMode(ViewerSession& session) {
             return runTopMode(session);
         case OutputMode::Diff:
             return runDiffMode(session);
+        case OutputMode::Html:
+            return runHtmlMode(session);
     }
     return kExitUsage;
 }

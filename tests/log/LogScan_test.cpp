@@ -1,0 +1,119 @@
+#include "log/LogScan.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "support/LogWriter.h"
+
+namespace vek {
+namespace profiling {
+namespace {
+
+using namespace testlog;
+
+struct Scanned {
+    LogScanSummary summary;
+    std::vector<ChunkProblem> problems;
+    std::vector<uint8_t> prefix;  // the valid prefix, framed again
+};
+
+Scanned scan(const std::vector<uint8_t>& bytes, ScanExtent extent = ScanExtent::kWholeLog) {
+    TempDir dir;
+    LogWriter().rawBytes(bytes).writeTo(dir.file("log"));
+    Scanned result;
+    LogScanCallbacks callbacks;
+    callbacks.problem = [&](const ChunkProblem& problem) { result.problems.push_back(problem); };
+    callbacks.prefixChunk = [&](const ChunkBuffer& body) {
+        const std::vector<uint8_t> framed = lengthPrefixed(body);
+        result.prefix.insert(result.prefix.end(), framed.begin(), framed.end());
+        return true;
+    };
+    std::FILE* file = std::fopen(dir.file("log").c_str(), "rb");
+    result.summary = scanLog(file, extent, callbacks);
+    std::fclose(file);
+    return result;
+}
+
+LogWriter chunks(size_t count) {
+    LogWriter log;
+    for (size_t i = 0; i < count; ++i) {
+        log.chunk().message(MessageSpec(kExecute).graph("g").times(0, 10))
+            .message(MessageSpec(kDeinit).times(0, 10));
+    }
+    return log;
+}
+
+std::vector<uint8_t> operator+(std::vector<uint8_t> left, const std::vector<uint8_t>& right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+const std::vector<uint8_t> kGarbageChunk = lengthPrefixed(std::vector<uint8_t>(16, 0));
+
+TEST(LogScan, FindsEveryProblemWithItsPlaceAndWhatCameBefore) {
+    using Kind = ChunkProblemKind;
+    const std::vector<uint8_t> two = chunks(2).bytes();
+    const uint64_t end = two.size();
+    std::vector<uint8_t> cutThird = chunks(3).bytes();
+    cutThird.resize(cutThird.size() - 5);
+    struct Expected {
+        Kind kind;
+        uint64_t index, offset, chunksBefore, messagesBefore;
+    };
+    const struct {
+        const char* name;
+        std::vector<uint8_t> bytes;
+        std::vector<Expected> problems;
+        uint64_t prefixChunks, validChunks;
+    } cases[] = {
+        {"whole", two, {}, 2, 2},
+        {"empty", {}, {}, 0, 0},
+        {"trailing bytes", two + std::vector<uint8_t>{1, 2}, {{Kind::TrailingBytes, 2, end, 2, 4}},
+         2, 2},
+        {"cut last chunk", cutThird, {{Kind::CutChunk, 2, end, 2, 4}}, 2, 2},
+        {"corrupt chunks are passed over",
+         chunks(1).bytes() + kGarbageChunk + chunks(1).bytes() + kGarbageChunk,
+         {{Kind::InvalidChunk, 1, end / 2, 1, 2}, {Kind::InvalidChunk, 3, end + 20, 2, 4}}, 1, 2},
+        {"cut first chunk", std::vector<uint8_t>(two.begin(), two.begin() + 40),
+         {{Kind::CutChunk, 0, 0, 0, 0}}, 0, 0},
+        {"JSON text", {'{', '\n', ' ', ' ', '"', 'a', '"', ':', '1', '}'},
+         {{Kind::NotAProfileLog, 0, 0, 0, 0}}, 0, 0},
+        {"corrupt first chunk", kGarbageChunk + two, {{Kind::NotAProfileLog, 0, 0, 0, 0}}, 0, 2},
+        {"too short for a length", {7, 0}, {{Kind::NotAProfileLog, 0, 0, 0, 0}}, 0, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Scanned result = scan(c.bytes);
+        ASSERT_EQ(result.problems.size(), c.problems.size());
+        EXPECT_EQ(result.summary.problems, c.problems.size());
+        for (size_t i = 0; i < c.problems.size(); ++i) {
+            const ChunkProblem& problem = result.problems[i];
+            EXPECT_EQ(problem.kind, c.problems[i].kind) << problem.reason;
+            EXPECT_EQ(problem.chunkIndex, c.problems[i].index);
+            EXPECT_EQ(problem.byteOffset, c.problems[i].offset);
+            EXPECT_EQ(problem.chunksBefore, c.problems[i].chunksBefore);
+            EXPECT_EQ(problem.messagesBefore, c.problems[i].messagesBefore);
+            EXPECT_FALSE(problem.reason.empty());
+        }
+        EXPECT_EQ(result.summary.prefixChunks, c.prefixChunks);
+        EXPECT_EQ(result.summary.validChunks, c.validChunks);
+        // The prefix handed out is exactly the first bytes of the log.
+        EXPECT_EQ(result.summary.prefixBytes, result.prefix.size());
+        EXPECT_TRUE(std::equal(result.prefix.begin(), result.prefix.end(), c.bytes.begin()));
+    }
+}
+
+TEST(LogScan, ValidPrefixExtentStopsAtTheFirstProblem) {
+    const Scanned result =
+        scan(chunks(1).bytes() + kGarbageChunk + chunks(1).bytes(), ScanExtent::kValidPrefix);
+    EXPECT_EQ(result.problems.size(), 1u);
+    EXPECT_EQ(result.summary.chunks, 2u);
+    EXPECT_EQ(result.prefix, chunks(1).bytes());
+}
+
+}  // namespace
+}  // namespace profiling
+}  // namespace vek

@@ -1,0 +1,401 @@
+// A summaries-only load must give every report but the CSV export (traces,
+// summaries, op figures, object files) byte for byte as the full load does.
+// Both loads are compared on seeded random logs and on every log the other
+// tests build.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <mutex>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "log/FlatBufferReaderUtil.h"
+#include "profile_log_generated.h"
+#include "reader/VekProfileLogReaderChrometrace.h"
+#include "support/LogCapture.h"
+#include "support/LogWriter.h"
+
+namespace vek {
+namespace profiling {
+namespace {
+
+using namespace testlog;
+namespace fs = std::filesystem;
+
+// Everything a host can see of one load.
+struct LoadOutputs {
+    bool loaded = false;
+    bool written = false;
+    std::string printed;  // standard output
+    std::string file;     // the trace file
+    std::string portable;  // the portable trace and its summary
+    std::string topView;
+    std::string header;
+    std::string diagnostics;
+    std::string objects;  // names and bytes of the object files
+};
+
+// Writes the bytes as they are (LogWriter::writeTo would show them to the hook).
+void writeLog(const std::vector<uint8_t>& bytes, const std::string& path) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
+    ASSERT_TRUE(out.good()) << path;
+}
+
+std::string takeObjectFiles(const std::string& directory) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(directory)) names.push_back(entry.path());
+    std::sort(names.begin(), names.end());
+    std::string listing;
+    for (const std::string& name : names) {
+        listing += name + ":" + readFile(name) + "\n";
+        fs::remove(name);
+    }
+    return listing;
+}
+
+// Loads `log` with the chrome-trace reader (its traces, short summary and op
+// figures) or the base reader (the full text summary, no CSV) and writes its
+// outputs. Object files land in work/objects: the logs name them so.
+LoadOutputs outputsOf(const std::string& log, LoadScope scope, bool chrome, int8_t level,
+                      bool loadFlag, const TempDir& work) {
+    std::unique_ptr<VekProfileLogReader> reader;
+    const auto visibility = static_cast<VisibilityLevel>(level);
+    if (chrome) {
+        reader = std::make_unique<VekProfileLogReaderChrometrace>(log, visibility);
+    } else {
+        reader = std::make_unique<VekProfileLogReader>(log, visibility);
+    }
+    EXPECT_TRUE(setLoadScope(reader.get(), scope));
+    LoadOutputs outputs;
+    std::ostringstream printed;
+    std::streambuf* const standardOutput = std::cout.rdbuf(printed.rdbuf());
+    outputs.loaded = reader->loadLog(loadFlag);
+    const std::string trace = work.file("trace.json");
+    outputs.written = reader->writeOutput(chrome ? trace : std::string());
+    std::cout.rdbuf(standardOutput);
+    outputs.printed = printed.str();
+    if (chrome && fs::exists(trace)) {
+        outputs.file = readFile(trace);
+        fs::remove(trace);
+    }
+    if (chrome) {
+        std::ostringstream portable;
+        std::ostringstream summary;
+        const bool written = writeTrace(reader.get(), portable, summary, TraceFormat::Portable);
+        outputs.portable = std::to_string(written) + portable.str() + summary.str();
+        LogFigures figures;
+        std::ostringstream view;
+        TopViewOptions everyOp;
+        everyOp.limit = 0;
+        everyOp.format = ViewFormat::Json;
+        if (collectLogFigures(reader.get(), figures)) writeTopView(figures, everyOp, view);
+        outputs.topView = view.str();
+    }
+    outputs.header = reader->printHeader();
+    outputs.diagnostics = reader->loaderDiagnostics;
+    outputs.objects = takeObjectFiles(work.file("objects"));
+    return outputs;
+}
+
+void expectSameOutputs(const std::string& log, int8_t level, bool loadFlag, const TempDir& work) {
+    for (const bool chrome : {true, false}) {
+        SCOPED_TRACE(chrome ? "chrome-trace reader" : "base reader");
+        const LoadOutputs full = outputsOf(log, LoadScope::Full, chrome, level, loadFlag, work);
+        const LoadOutputs streamed =
+            outputsOf(log, LoadScope::SummariesOnly, chrome, level, loadFlag, work);
+        EXPECT_EQ(streamed.loaded, full.loaded);
+        EXPECT_EQ(streamed.written, full.written);
+        EXPECT_EQ(streamed.printed, full.printed);
+        EXPECT_EQ(streamed.file, full.file);
+        EXPECT_EQ(streamed.portable, full.portable);
+        EXPECT_EQ(streamed.topView, full.topView);
+        EXPECT_EQ(streamed.header, full.header);
+        EXPECT_EQ(streamed.diagnostics, full.diagnostics);
+        EXPECT_EQ(streamed.objects, full.objects);
+    }
+}
+
+// A seeded random log with what the summaries are sensitive to: graphs whose
+// calls share op names, repeat some, leave others out, tie on the longest
+// and the shortest duration or take no time; object, queue-wait, init and
+// hidden events; calls that are hidden or name no graph; several chunks and
+// now and then a corrupt or cut-short end.
+class RandomLog {
+public:
+    RandomLog(uint64_t seed, std::string objectDirectory)
+        : random_(seed), objects_(std::move(objectDirectory)) {}
+
+    LogWriter build() {
+        LogWriter log;
+        ChunkSpec* chunk = &log.chunk();
+        chunk->header(HeaderSpec{}.tool("net-run", "2.0").backendText("Backend 1"));
+        chunk->message(call(kLibLoad).withEvents({EventSpec::u64("dlopen", 90)}));
+        chunk->message(call(kContextCreate));
+        const size_t graphs = 1 + pick(5);
+        for (size_t g = 0; g < graphs; ++g) {
+            chunk->message(call(chance(80) ? kFinalize : kFinalize2)
+                               .graph(graphName(g))
+                               .withEvents(chance(50) ? std::vector<EventSpec>{initEvent()}
+                                                      : std::vector<EventSpec>{}));
+        }
+        const bool roundTrips = chance(40);
+        const size_t calls = pick(40);
+        for (size_t i = 0; i < calls; ++i) {
+            if (chance(15)) chunk = &log.chunk();
+            chunk->message(perGraphCall(graphs, roundTrips));
+        }
+        if (chance(30)) chunk->message(call(kContextGetBinarySectionSize));
+        chunk->message(call(kNetRun).withEvents(
+            {EventSpec::u64("count", calls, 4), EventSpec::u64("duration", 1000 + calls)}));
+        chunk->message(call(kDeinit).withEvents({EventSpec::u64("release", 12)}));
+        switch (pick(8)) {
+            case 0:
+                log.rawChunk({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13});
+                break;
+            case 1: {
+                log.chunk().message(
+                    call(kExecute).graph(graphName(0)).withEvents(callEvents(true, false)));
+                MessageSpec corrupt(kExecute);
+                corrupt.omitTiming = true;
+                log.chunk().message(std::move(corrupt));
+                break;
+            }
+            case 2:
+                log.rawBytes({7, 0});  // a length field cut short ends the log
+                break;
+            default:
+                break;
+        }
+        return log;
+    }
+
+private:
+    uint64_t pick(uint64_t count) { return random_() % count; }
+    bool chance(uint64_t percent) { return pick(100) < percent; }
+
+    static std::string graphName(size_t index) { return "graph_" + std::to_string(index); }
+
+    MessageSpec call(uint8_t methodType) {
+        // Few distinct durations, so that maxima and minima tie; 0 is common.
+        static const uint64_t kDurations[] = {0, 0, 5, 7, 7, 40, 40, 300};
+        const uint64_t duration = chance(20) ? pick(1000) : kDurations[pick(8)];
+        MessageSpec message(methodType);
+        message.times(clock_, clock_ + duration);
+        clock_ += duration + 1 + pick(5);
+        return message;
+    }
+
+    EventSpec initEvent() {
+        return EventSpec::u64("init", pick(100)).id(100).withChildren(
+            {EventSpec::u64("weights", pick(50))});
+    }
+
+    EventSpec linted(const std::string& name) {
+        EventSpec op = EventSpec::u64(name, pick(60), 1, 404);
+        std::vector<EventSpec> children = {
+            EventSpec::u64("wait", pick(3) == 0 ? 0 : pick(9), 1, 5001),
+            EventSpec::u64("background", pick(30), 1, 5002)
+                .withChildren({EventSpec::u64(chance(50) ? "dma" : "bias", 0, 1, 5005)}),
+            EventSpec::u64("wait background", pick(4), 1, 5003)
+                .withChildren({EventSpec::u64("fetch", 0, 1, 5006)}),
+            EventSpec::u64("resources", 1 + pick(7), 6, 5004)};
+        // Now and then a record the trace refuses.
+        if (chance(3)) children.erase(children.begin() + static_cast<long>(pick(4)));
+        return op.withChildren(std::move(children));
+    }
+
+    std::vector<EventSpec> callEvents(bool execution, bool roundTrips) {
+        static const char* const kOps[] = {"conv", "add", "relu", "pool", "fc", "softmax"};
+        std::vector<EventSpec> ops;
+        for (const char* op : kOps) {
+            if (chance(80)) ops.push_back(linted(op));
+            if (chance(5)) ops.push_back(linted(op));  // the same name twice
+        }
+        if (chance(10)) std::shuffle(ops.begin(), ops.end(), random_);
+        std::vector<EventSpec> events;
+        events.push_back(
+            EventSpec::u64("Accelerator", pick(500), 1, 1).withChildren(std::move(ops)));
+        if (chance(70)) events.push_back(EventSpec::u64("Host overhead", pick(40)));
+        // Values of other types are summed as raw bits once merged.
+        if (chance(15)) events.push_back(EventSpec::i64("delta", 4 - int64_t(pick(9))));
+        if (chance(10)) events.push_back(EventSpec::f64("ratio", 0.25 * pick(8)));
+        if (chance(10)) events.push_back(EventSpec::u64("debug", pick(9), 1, 9003));
+        if (chance(10)) {
+            events.push_back(EventSpec::object("tensor", {static_cast<uint8_t>(pick(256)), 1},
+                                               objects_ + "/tensor.bin"));
+        }
+        if (chance(8)) events.push_back(initEvent());
+        // A text value is summed as its address once merged, and the
+        // chrome-trace listing shows it as that address: a text event comes
+        // once per log, in a call that listing does not show.
+        if (!textUsed_ && !execution && chance(10)) {
+            textUsed_ = true;
+            events.push_back(EventSpec::text("note", "seen once"));
+        }
+        if (execution && roundTrips) {
+            const uint64_t waits = chance(90) ? 1 : pick(3);
+            for (uint64_t i = 0; i < waits; ++i) {
+                EventSpec wait = EventSpec::u64("queue wait", pick(20), 1, 405);
+                if (chance(50)) {
+                    events.push_back(std::move(wait));
+                } else {
+                    events[0].subEvents->push_back(std::move(wait));
+                }
+            }
+        }
+        return events;
+    }
+
+    MessageSpec perGraphCall(size_t graphs, bool roundTrips) {
+        static const uint8_t kTypes[] = {kExecute, kExecute, kExecute, kExecute,
+                                         kApplyBinarySection, kApplyBinarySection2,
+                                         kFinalizeAfterTensorUpdates};
+        uint8_t type = kTypes[pick(7)];
+        if (type == kExecute && roundTrips) type = kExecuteRoundTrip;
+        const bool execution = type == kExecute || type == kExecuteRoundTrip;
+        MessageSpec message = call(type).withEvents(callEvents(execution, roundTrips));
+        if (!chance(3)) message.graph(graphName(pick(graphs)));
+        if (chance(5)) message.visible(static_cast<int8_t>(chance(50) ? 10 : 127));
+        return message;
+    }
+
+    std::mt19937_64 random_;
+    std::string objects_;
+    uint64_t clock_ = 1000;
+    bool textUsed_ = false;
+};
+
+// 500 seeds in five runs of 100, each a test of its own, so that a slow
+// (sanitized) build stays within each test's time limit.
+class SeededLogsTest : public ::testing::TestWithParam<uint64_t> {};
+
+TEST_P(SeededLogsTest, GiveWhatTheFullLoadGives) {
+    constexpr uint64_t kSeedsPerRun = 100;
+    TempDir work;
+    fs::create_directory(work.file("objects"));
+    const std::string log = work.file("run.log");
+    for (uint64_t seed = GetParam() * kSeedsPerRun; seed < (GetParam() + 1) * kSeedsPerRun;
+         ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        writeLog(RandomLog(seed, work.file("objects")).build().bytes(), log);
+        expectSameOutputs(log, seed % 3 == 0 ? 10 : 127, seed % 2 == 0, work);
+        if (HasFailure()) break;  // one seed's differences are enough to read
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(SummariesOnlyLoad, SeededLogsTest, ::testing::Range<uint64_t>(0, 5));
+
+TEST(SummariesOnlyLoadTest, IsChosenBeforeLoadingAndRefusesTheCsvExport) {
+    TempDir dir;
+    LogWriter log;
+    log.chunk().message(MessageSpec(kExecute).graph("g0").times(10, 30).withEvents(
+        {EventSpec::u64("Accelerator", 12)}));
+    writeLog(log.bytes(), dir.file("run.log"));
+    VekProfileLogReader reader(dir.file("run.log"), static_cast<VisibilityLevel>(127));
+    LogCapture capture;
+
+    EXPECT_FALSE(setLoadScope(nullptr, LoadScope::SummariesOnly));
+    ASSERT_TRUE(setLoadScope(&reader, LoadScope::SummariesOnly));
+    ASSERT_TRUE(reader.loadLog(false));
+    EXPECT_FALSE(setLoadScope(&reader, LoadScope::Full)) << "the model is loaded already";
+    EXPECT_TRUE(reader.executions.empty()) << "no call is kept";
+    ASSERT_EQ(reader.executeStats.average.size(), 1u);
+    EXPECT_EQ(reader.executeStats.average[0].netRunUs, 20u);
+
+    std::ostringstream report;
+    std::ostringstream csv;
+    EXPECT_FALSE(writeSummary(&reader, report, &csv));
+    EXPECT_FALSE(reader.writeOutput(dir.file("calls.csv")));
+    EXPECT_FALSE(fs::exists(dir.file("calls.csv")));
+    EXPECT_EQ(capture.count("The CSV export lists every call: load the log in full for it."), 2u);
+    EXPECT_TRUE(writeSummary(&reader, report, nullptr)) << "the text summary alone is fine";
+}
+
+bool holdsTextValue(const flatbuffers::Vector<flatbuffers::Offset<fb::LogEvent>>* events) {
+    if (events == nullptr) return false;
+    for (const fb::LogEvent* event : *events) {
+        if (event->valueType() == kValueString || holdsTextValue(event->subEvents())) return true;
+    }
+    return false;
+}
+
+// Whether a readable chunk of the log has an event with a text value. The
+// reports show such a value as its address where it is merged or listed by
+// the chrome-trace reader, so no two loads of the log print the same.
+bool holdsTextValue(const std::vector<uint8_t>& log) {
+    for (size_t at = 0; at + 4 <= log.size();) {
+        const uint32_t length = flatbuffers::ReadScalar<uint32_t>(log.data() + at);
+        at += 4;
+        if (length > log.size() - at ||
+            !FlatBufferReaderUtil::verifyChunk(log.data() + at, length)) {
+            return false;
+        }
+        const auto* messages = fb::GetLogChunk(log.data() + at)->messages();
+        for (size_t i = 0; messages != nullptr && i < messages->size(); ++i) {
+            if (holdsTextValue(messages->Get(i)->events())) return true;
+        }
+        at += length;
+    }
+    return false;
+}
+
+// Every log that LogWriter writes in this process, compared at the end with
+// both loads (no test's logger or standard output is in use by then). The
+// few logs of megabytes, written to give the output writers work, are left
+// out: eight loads each would slow the sanitized runs to a crawl.
+class EveryWrittenLog : public ::testing::Environment {
+public:
+    static void record(const std::vector<uint8_t>& log) {
+        constexpr size_t kLargestLog = size_t{1} << 20;
+        if (log.size() > kLargestLog) return;
+        const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+        std::lock_guard<std::mutex> lock(mutex());
+        logs().push_back({test != nullptr ? test->name() : "", log});
+    }
+
+    void TearDown() override {
+        TempDir work;
+        fs::create_directory(work.file("objects"));
+        const std::string path = work.file("written.log");
+        for (const WrittenLog& log : logs()) {
+            if (holdsTextValue(log.bytes)) continue;
+            SCOPED_TRACE("a log written by " + log.test);
+            writeLog(log.bytes, path);
+            for (const int8_t level : {int8_t{10}, int8_t{127}}) {
+                expectSameOutputs(path, level, false, work);
+            }
+        }
+        logs().clear();
+    }
+
+private:
+    struct WrittenLog {
+        std::string test;
+        std::vector<uint8_t> bytes;
+    };
+    static std::mutex& mutex() {
+        static std::mutex instance;
+        return instance;
+    }
+    static std::vector<WrittenLog>& logs() {
+        static std::vector<WrittenLog> instance;
+        return instance;
+    }
+};
+
+[[maybe_unused]] const bool kWatchEveryWrittenLog = [] {
+    ::testing::AddGlobalTestEnvironment(new EveryWrittenLog);
+    setLogWrittenHook(&EveryWrittenLog::record);
+    return true;
+}();
+
+}  // namespace
+}  // namespace profiling
+}  // namespace vek

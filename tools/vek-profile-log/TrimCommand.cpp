@@ -1,0 +1,65 @@
+#include "TrimCommand.h"
+
+#include <cstdio>
+#include <memory>
+
+#include "LogInput.h"
+#include "LogRefusal.h"
+#include "OutputFile.h"
+#include "log/LogScan.h"
+
+namespace vek {
+namespace profiling {
+
+using tools::chunksAndMessages;
+
+int runTrim(const std::string& logPath, const std::string& outputPath) {
+    const char* const path = logPath.c_str();
+    const std::unique_ptr<InputFile> input = openLogInput(logPath);
+    if (!input) return 1;
+    std::string error;
+    // Whole or not at all: the output appears only when commit() succeeds.
+    std::unique_ptr<tools::OutputFile> out =
+        tools::OutputFile::open(outputPath, tools::OutputFile::Mode::kReplace, error);
+    if (!out) {
+        std::fprintf(stderr, "vek-profile-log: cannot write %s: %s\n", outputPath.c_str(),
+                     error.c_str());
+        return 1;
+    }
+    LogScanCallbacks callbacks;
+    callbacks.prefixChunk = [&out](const ChunkBuffer& body) {
+        const auto size = static_cast<uint32_t>(body.size());
+        const char lengthField[4] = {static_cast<char>(size), static_cast<char>(size >> 8),
+                                     static_cast<char>(size >> 16), static_cast<char>(size >> 24)};
+        out->stream().write(lengthField, sizeof lengthField);
+        out->stream().write(reinterpret_cast<const char*>(body.data()),
+                            static_cast<std::streamsize>(body.size()));
+        return out->stream().good();
+    };
+    const LogScanSummary scan = scanLog(input->get(), ScanExtent::kValidPrefix, callbacks);
+    const ChunkProblem& problem = scan.firstProblem;
+    if (scan.prefixChunks == 0 && !scan.stopped) {
+        std::fprintf(stderr, "vek-profile-log: %s: no whole, valid chunk to keep: %s\n", path,
+                     tools::describeChunkProblem(problem).c_str());
+        return 1;
+    }
+    if (!out->commit(error) || scan.stopped) {
+        std::fprintf(stderr, "vek-profile-log: cannot write %s: %s\n", outputPath.c_str(),
+                     error.empty() ? "write error" : error.c_str());
+        return 1;
+    }
+    if (problem.kind == ChunkProblemKind::None) {
+        std::fprintf(stderr, "vek-profile-log: %s is whole: kept all %s\n", path,
+                     chunksAndMessages(scan.prefixChunks, scan.prefixMessages).c_str());
+    } else {
+        std::fprintf(stderr,
+                     "vek-profile-log: %s: kept the first %s (%llu bytes); dropped from %s\n", path,
+                     chunksAndMessages(scan.prefixChunks, scan.prefixMessages).c_str(),
+                     static_cast<unsigned long long>(scan.prefixBytes),
+                     tools::describeChunkProblem(problem).c_str());
+    }
+    return 0;
+}
+
+}  // namespace profiling
+}  // namespace vek
