@@ -30,8 +30,14 @@ std::string scratchPath;
 void removeScratch() {
     if (scratchPath.empty()) return;
     std::error_code ignored;
+    for (fs::directory_iterator entry(scratchPath, ignored), end; !ignored && entry != end;
+         entry.increment(ignored)) {
+        fs::remove_all(entry->path(), ignored);
+    }
     fs::current_path(fs::path(scratchPath).parent_path(), ignored);
-    fs::remove_all(scratchPath, ignored);
+    // rmdir itself: remove_all tries unlink first, which the sandbox refuses
+    // in the scratch directory's parent.
+    rmdir(scratchPath.c_str());
 }
 
 std::string absoluteFrom(const std::string& base, const std::string& path) {
@@ -101,16 +107,25 @@ void enterSandbox(int* argc, char*** argv) {
     *argc = static_cast<int>(arguments.values.size());
     *argv = pointers.data();
 
-    std::string pattern = startDirectory + "/vek-fuzz-scratch-XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) die("cannot create a scratch directory");
+    // Every input writes and removes files there: in memory (tmpfs) when the
+    // machine has it.
+    std::string pattern;
+    for (const std::string& base : {std::string("/dev/shm"), startDirectory}) {
+        pattern = base + "/vek-fuzz-scratch-XXXXXX";
+        if (mkdtemp(pattern.data()) != nullptr) break;
+        pattern.clear();
+    }
+    if (pattern.empty()) die("cannot create a scratch directory");
     scratchPath = pattern;
+    arguments.writableDirectories.push_back(scratchPath);
     std::atexit(removeScratch);
     if (chdir(scratchPath.c_str()) != 0) die("cannot enter " + scratchPath);
     silenceStandardOutput();
 
     std::string error;
     const tools::Confinement confinement =
-        tools::confineWritesTo(arguments.writableDirectories, error);
+        tools::confineWritesTo(arguments.writableDirectories, error,
+                                {fs::path(scratchPath).parent_path().string()});
     if (confinement == tools::Confinement::kFailed) die(error);
     if (confinement == tools::Confinement::kUnavailable) {
         const char* unconfined = std::getenv("VEK_FUZZ_UNCONFINED");

@@ -2,10 +2,11 @@
 //
 // The reader writes its outputs where it is told and saves object events
 // under file names taken from the input, relative to the current directory
-// or absolute. A fuzz target therefore runs inside a scratch directory that
-// is emptied after every input, and the process confines itself (Landlock)
-// so that it can write only beneath the directory it was started in and the
-// corpus and artifact directories named on its command line.
+// or absolute. A fuzz target therefore runs inside a scratch directory (in
+// /dev/shm when there is one, else where it was started) that is emptied
+// after every input, and the process confines itself (Landlock) so that it
+// can write only beneath the scratch directory, the directory it was started
+// in and the corpus and artifact directories named on its command line.
 #pragma once
 
 #include <string>

@@ -13,15 +13,16 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "LogJsonDecoder.h"
 #include "LogJsonEncoder.h"
-#include "OutputSink.h"
 #include "chrometrace/LintingIdentifiers.h"
 #include "log/ProfileEvent.h"
 #include "support/LogWriter.h"
+#include "support/MemoryFile.h"
 
 namespace {
 
@@ -189,17 +190,15 @@ std::string minified(const std::string& json) {
 
 // The JSON of a log, or empty when the tool refuses it (a corrupt tail).
 std::string decodeToJson(const std::string& log) {
-    std::string json;
-    OutputSink sink(json);
-    const ConversionStatus status =
-        decodeLogBytes(reinterpret_cast<const uint8_t*>(log.data()), log.size(), sink);
-    return status.ok() && sink.finish() ? minified(json) : std::string();
+    const MemoryFile in(log);
+    std::ostringstream json;
+    return decodeLog(in.get(), json).ok() ? minified(json.str()) : std::string();
 }
 
 std::string encodeToLog(const std::string& json) {
-    std::string log;
-    OutputSink sink(log);
-    return encodeJsonText(json, sink).ok() && sink.finish() ? log : std::string();
+    const MemoryFile in(json);
+    std::ostringstream log;
+    return encodeJson(in.get(), log).ok() ? log.str() : std::string();
 }
 
 }  // namespace

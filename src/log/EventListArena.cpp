@@ -5,8 +5,16 @@
 #include <new>
 
 // On Linux, blocks are mapped directly, populated; sanitizer builds use the
-// heap, whose bounds the sanitizers check.
-#if defined(__linux__) && !defined(__SANITIZE_ADDRESS__)
+// heap, whose bounds the sanitizers check. GCC says so with a macro, clang
+// through __has_feature.
+#if defined(__SANITIZE_ADDRESS__)
+#define VEK_ADDRESS_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VEK_ADDRESS_SANITIZER 1
+#endif
+#endif
+#if defined(__linux__) && !defined(VEK_ADDRESS_SANITIZER)
 #define VEK_MAP_EVENT_BLOCKS 1
 #include <sys/mman.h>
 #endif

@@ -1,49 +1,66 @@
 // Everything a host can do with one log file, and the log tool's decoding of
-// it, for the fuzz target and the regression tests that replay its findings.
+// it, for the fuzz targets and the regression tests that replay their
+// findings.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <ostream>
+#include <sstream>
+#include <streambuf>
 #include <string>
 
 #include "LogJsonDecoder.h"
-#include "OutputSink.h"
+#include "VekChrometraceProfilingReader.h"
 #include "reader/VekProfileLogReader.h"
 #include "reader/VekProfileLogReaderChrometrace.h"
+#include "support/MemoryFile.h"
 
 namespace vek {
 namespace profiling {
 namespace reliability {
 
-// Loads `logPath` with both readers, with and without the load flag, and
-// asks each for its output (a trace or a CSV file in `outputDirectory`) and
-// its header. Outputs are requested after a refused load too: a host may do
-// that, and the reports must cope with a half-filled model. Object files
-// are written to the current directory.
-inline void runWholePipeline(const std::string& logPath, const std::string& outputDirectory) {
+// Takes whatever is written and keeps none of it.
+class DiscardingStream : public std::ostream {
+public:
+    DiscardingStream() : std::ostream(&buffer_) {}
+
+private:
+    struct Buffer : std::streambuf {
+        int_type overflow(int_type c) override { return traits_type::not_eof(c); }
+        std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
+    } buffer_;
+};
+
+// Loads `logPath` with both readers, one of them with the load flag set
+// (which saves object files into the current directory; `flagTheTraceReader`
+// says which), and asks each for its reports and its header. Reports are
+// requested after a refused load too: a host may do that, and the reports
+// must cope with a half-filled model. The trace goes to a discarding stream
+// in both formats; the summary reader writes its CSV export to `csvPath`
+// through writeOutput, as the viewer's summary mode does.
+inline void runWholePipeline(const std::string& logPath, const std::string& csvPath,
+                             bool flagTheTraceReader) {
     const auto level = static_cast<VisibilityLevel>(127);
-    for (const bool chrome : {true, false}) {
-        for (const bool loadFlag : {false, true}) {
-            std::unique_ptr<VekProfileLogReader> reader;
-            if (chrome) {
-                reader = std::make_unique<VekProfileLogReaderChrometrace>(logPath, level);
-            } else {
-                reader = std::make_unique<VekProfileLogReader>(logPath, level);
-            }
-            reader->loadLog(loadFlag);
-            reader->writeOutput(outputDirectory + (chrome ? "/trace.json" : "/summary.csv"));
-            reader->printHeader();
-        }
-    }
+    DiscardingStream discard;
+    VekProfileLogReaderChrometrace trace(logPath, level);
+    trace.loadLog(flagTheTraceReader);
+    writeTrace(&trace, discard, discard, TraceFormat::Exact);
+    writeTrace(&trace, discard, discard, TraceFormat::Portable);
+    trace.printHeader();
+    VekProfileLogReader summary(logPath, level);
+    summary.loadLog(!flagTheTraceReader);
+    summary.writeOutput(csvPath);
+    summary.printHeader();
 }
 
 // Decodes the log bytes with the log tool, as `vek-profile-log decode` does;
 // true when the tool accepts them.
 inline bool decodeWithTheTool(const uint8_t* data, size_t size) {
-    std::string json;
-    OutputSink sink(json);
-    return decodeLogBytes(data, size, sink).ok() && sink.finish();
+    const testlog::MemoryFile log(std::string(reinterpret_cast<const char*>(data), size));
+    DiscardingStream json;
+    return decodeLog(log.get(), json).ok();
 }
 
 }  // namespace reliability

@@ -11,19 +11,22 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "LogJsonEncoder.h"
-#include "OutputSink.h"
 #include "PeakMemory.h"
 #include "reader/VekProfileLogReaderChrometrace.h"
 #include "support/LogWriter.h"
+#include "support/MemoryFile.h"
 
 namespace vek {
 namespace profiling {
 namespace {
 
+using testlog::MemoryFile;
+using testlog::readFile;
 using testlog::TempDir;
 
 // Loading a log of the linting sample's shape grows the peak by about 1.25
@@ -57,13 +60,10 @@ TEST(MemoryFootprint, LoadingALargeLogStaysWithinASmallMultipleOfIt) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizers' own bookkeeping would be measured";
 #endif
-    std::string sample;
-    {
-        OutputSink sink(sample);
-        ASSERT_TRUE(encodeJsonFile(std::string(VEK_SOURCE_DIR) + "/examples/linting_sample.json",
-                                   sink).ok());
-        ASSERT_TRUE(sink.finish());
-    }
+    const MemoryFile json(readFile(std::string(VEK_SOURCE_DIR) + "/examples/linting_sample.json"));
+    std::ostringstream log;
+    ASSERT_TRUE(encodeJson(json.get(), log).ok());
+    const std::string sample = log.str();
     TempDir dir;
     size_t written = 0;
     {

@@ -35,7 +35,7 @@ protected:
     void SetUp() override {
         const std::string sample = readFile(kSampleLog);
         LogWriter().rawBytes({sample.begin(), sample.end()}).writeTo(dir_.file("whole.log"));
-        // Cut 100 bytes into the last chunk, which starts at byte 8480.
+        // Cut 100 bytes into the last chunk, which starts at byte 8472.
         LogWriter().rawBytes({sample.begin(), sample.begin() + 8580}).writeTo(dir_.file("cut.log"));
         LogWriter().rawBytes({'{', '"', 'a', '"', ':', '1', '}'}).writeTo(dir_.file("trace.json"));
         LogWriter().writeTo(dir_.file("empty.log"));
@@ -52,11 +52,11 @@ TEST_F(LogCheckTest, CheckNamesEachProblemOrSaysTheLogIsWhole) {
         const char* err;
     } cases[] = {
         {"whole.log", 0,
-         "whole.log: 3 chunks and 13 messages, 12564 bytes: every chunk is whole and valid\n", ""},
+         "whole.log: 3 chunks and 13 messages, 12556 bytes: every chunk is whole and valid\n", ""},
         {"cut.log", 1,
-         "cut.log: chunk 2 at byte offset 8480: cut short: its length field announces 4080 bytes, "
-         "only 96 are there (2 chunks and 9 messages before it)\n"
-         "cut.log: 1 problem; the first 2 chunks and 9 messages (8480 bytes) are whole and valid\n",
+         "cut.log: chunk 2 at byte offset 8472: cut short: its length field announces 4080 bytes, "
+         "only 104 are there (2 chunks and 9 messages before it)\n"
+         "cut.log: 1 problem; the first 2 chunks and 9 messages (8472 bytes) are whole and valid\n",
          ""},
         {"trace.json", 1,
          "trace.json: not a profile log: it starts like JSON text, not with a chunk length\n", ""},
@@ -77,10 +77,10 @@ TEST_F(LogCheckTest, TrimKeepsTheWholeChunksOrRefusesAndWritesNothing) {
     ToolRun run = runTool(dir_, "trim cut.log -o trimmed.log");
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.err,
-              "vek-profile-log: cut.log: kept the first 2 chunks and 9 messages (8480 bytes); "
-              "dropped from chunk 2 at byte offset 8480: cut short: its length field announces "
-              "4080 bytes, only 96 are there\n");
-    EXPECT_EQ(readFile(dir_.file("trimmed.log")), readFile(kSampleLog).substr(0, 8480));
+              "vek-profile-log: cut.log: kept the first 2 chunks and 9 messages (8472 bytes); "
+              "dropped from chunk 2 at byte offset 8472: cut short: its length field announces "
+              "4080 bytes, only 104 are there\n");
+    EXPECT_EQ(readFile(dir_.file("trimmed.log")), readFile(kSampleLog).substr(0, 8472));
     EXPECT_EQ(runTool(dir_, "check trimmed.log").status, 0);
 
     EXPECT_EQ(runTool(dir_, "trim whole.log -o copy.log").status, 0);

@@ -29,7 +29,7 @@ inline std::string logFileRefusal(const std::string& path, bool acceptEmpty = fa
     return std::string();
 }
 
-// "chunk 2 at byte offset 8480: cut short: ..."; a file that is no log at
+// "chunk 2 at byte offset 8472: cut short: ..."; a file that is no log at
 // all has no place worth naming.
 inline std::string describeChunkProblem(const profiling::ChunkProblem& problem) {
     if (problem.kind == profiling::ChunkProblemKind::NotAProfileLog) return problem.reason;

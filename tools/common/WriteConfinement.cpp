@@ -37,7 +37,8 @@ uint64_t handledWrites(long abi) {
     return access;
 }
 
-// Adds a rule for `path`; false with `error` set when the kernel refuses it.
+// Adds a rule for `path` allowing `handled` (what a plain file can carry of
+// it); false with `error` set when the kernel refuses it.
 bool allow(int rulesetFd, const std::string& path, uint64_t handled, std::string& error) {
     landlock_path_beneath_attr beneath{};
     beneath.parent_fd = open(path.c_str(), O_PATH | O_CLOEXEC);
@@ -55,7 +56,8 @@ bool allow(int rulesetFd, const std::string& path, uint64_t handled, std::string
 
 }  // namespace
 
-Confinement confineWritesTo(const std::vector<std::string>& paths, std::string& error) {
+Confinement confineWritesTo(const std::vector<std::string>& paths, std::string& error,
+                            const std::vector<std::string>& emptyDirectoriesRemovableFrom) {
     const long abi =
         landlock(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
     if (abi < 1) return Confinement::kUnavailable;
@@ -66,6 +68,12 @@ Confinement confineWritesTo(const std::vector<std::string>& paths, std::string& 
     if (rulesetFd < 0) return Confinement::kUnavailable;
     for (const std::string& path : paths) {
         if (!allow(rulesetFd, path, ruleset.handled_access_fs, error)) {
+            close(rulesetFd);
+            return Confinement::kFailed;
+        }
+    }
+    for (const std::string& path : emptyDirectoriesRemovableFrom) {
+        if (!allow(rulesetFd, path, LANDLOCK_ACCESS_FS_REMOVE_DIR, error)) {
             close(rulesetFd);
             return Confinement::kFailed;
         }

@@ -17,8 +17,10 @@ enum class Confinement {
 
 // Allows writing, creating, renaming and removing beneath each directory of
 // `paths`, and writing to each other file of it. Paths that do not exist are
-// left out.
-Confinement confineWritesTo(const std::vector<std::string>& paths, std::string& error);
+// left out. Beneath each directory of `emptyDirectoriesRemovableFrom` only
+// empty directories can be removed (a scratch directory, at the end).
+Confinement confineWritesTo(const std::vector<std::string>& paths, std::string& error,
+                            const std::vector<std::string>& emptyDirectoriesRemovableFrom = {});
 
 }  // namespace tools
 }  // namespace vek

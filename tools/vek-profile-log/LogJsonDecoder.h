@@ -1,28 +1,23 @@
-// Decodes a binary profile log into its JSON form (see JsonLogFormat.h).
+// Decodes a binary profile log into JSON, {"chunks": [CHUNK, ...]}: each
+// chunk is written by FlatBuffers' text generator from the log schema, one
+// LogChunk object with the fields the chunk holds (also those holding their
+// default value) in field-id order. Float fields are written exactly (see
+// the decoder's ChunkTextWriter).
 //
-// Each chunk is verified with the reader's own verifier before it is
-// printed; the first corrupt chunk stops the run with an error that names
-// its index and the byte offset of its length field. A field is printed when
-// the chunk holds it, also when it holds the default value; absent fields
-// are left out. Chunks are read and printed one at a time, so memory stays
-// bounded by the largest chunk.
+// Each chunk is verified with the reader's own verifier first; the first
+// corrupt one stops the run with an error that names its index and the byte
+// offset of its length field. Memory stays bounded by the largest chunk.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <string>
+#include <cstdio>
+#include <ostream>
 
 #include "ConversionStatus.h"
-#include "OutputSink.h"
 
 namespace vek {
 namespace profiling {
 
-// Reads the log at `path` ("-" is standard input).
-ConversionStatus decodeLogFile(const std::string& path, OutputSink& out);
-
-// Decodes a log held in memory.
-ConversionStatus decodeLogBytes(const uint8_t* data, size_t size, OutputSink& out);
+ConversionStatus decodeLog(std::FILE* log, std::ostream& json);
 
 }  // namespace profiling
 }  // namespace vek

@@ -1,31 +1,25 @@
-// Encodes the JSON form of a profile log (see JsonLogFormat.h) back into a
-// log: one u32-length-prefixed FlatBuffers chunk per JSON chunk, built with
-// the generated builders.
+// Encodes the JSON form of a profile log (see LogJsonDecoder.h) back into a
+// log: one u32-length-prefixed chunk per element of "chunks".
 //
-// The JSON is read as a stream and each chunk is written as soon as its
-// object closes, so memory stays bounded by the largest chunk. A key that is
-// present is written to the chunk, also when its value is the field's
-// default, so that decoding the result gives back the same JSON. Invalid
-// JSON, unknown or repeated keys, values of the wrong type or out of the
-// field's range, and messages without "stamp" or "timing" are errors naming
-// the JSON path (chunk, message and event indices) and the JSON offset.
-// Every chunk is checked with the reader's verifier before it is written.
+// The framing, {"chunks": [...]}, is read here; each chunk object is parsed
+// by FlatBuffers' JSON parser against the log schema, strictly: unknown or
+// repeated keys, values of the wrong type or out of the field's range and
+// messages without "stamp" or "timing" are refused. A key that is present is
+// written to the chunk, also with its default value. Errors name the chunk
+// index, the JSON line and column, and the parser's reason. Every chunk is
+// checked with the reader's verifier before it is written, and written as
+// soon as its object closes, so memory stays bounded by the largest chunk.
 #pragma once
 
-#include <cstddef>
-#include <string>
-#include <string_view>
+#include <cstdio>
+#include <ostream>
 
 #include "ConversionStatus.h"
-#include "OutputSink.h"
 
 namespace vek {
 namespace profiling {
 
-// Reads the JSON at `path` ("-" is standard input).
-ConversionStatus encodeJsonFile(const std::string& path, OutputSink& out);
-
-ConversionStatus encodeJsonText(std::string_view json, OutputSink& out);
+ConversionStatus encodeJson(std::FILE* json, std::ostream& log);
 
 }  // namespace profiling
 }  // namespace vek

@@ -12,15 +12,16 @@
 #include "CheckCommand.h"
 #include "LogJsonDecoder.h"
 #include "LogJsonEncoder.h"
+#include "InputFile.h"
 #include "LogRefusal.h"
-#include "OutputSink.h"
+#include "OutputFile.h"
 #include "TrimCommand.h"
 #include "VekVersion.h"
 
 namespace {
 
 using vek::profiling::ConversionStatus;
-using vek::profiling::OutputSink;
+using vek::tools::OutputFile;
 
 constexpr int kExitOk = 0;
 constexpr int kExitFailure = 1;
@@ -132,6 +133,11 @@ bool sameFile(const std::string& a, const std::string& b) {
            first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
+int fail(const std::string& message) {
+    std::fprintf(stderr, "%s: %s\n", kProgram, message.c_str());
+    return kExitFailure;
+}
+
 int run(const CommandLine& line) {
     if (line.command == "check") return vek::profiling::runCheck(line.input);
     if (sameFile(line.input, line.output)) {
@@ -145,33 +151,21 @@ int run(const CommandLine& line) {
     const std::string refusal = line.command == "decode" && line.input != "-"
                                     ? vek::tools::logFileRefusal(line.input, true)
                                     : std::string();
-    if (!refusal.empty()) {
-        std::fprintf(stderr, "%s: %s: %s\n", kProgram, line.input.c_str(), refusal.c_str());
-        return kExitFailure;
-    }
+    if (!refusal.empty()) return fail(line.input + ": " + refusal);
+    const vek::profiling::InputFile input(line.input);
+    if (input.get() == nullptr) return fail(line.input + ": " + input.error());
     std::string error;
-    std::unique_ptr<OutputSink> out = OutputSink::openFile(line.output, error);
-    if (!out) {
-        std::fprintf(stderr, "%s: %s\n", kProgram, error.c_str());
-        return kExitFailure;
-    }
-    const ConversionStatus status = line.command == "decode"
-                                        ? vek::profiling::decodeLogFile(line.input, *out)
-                                        : vek::profiling::encodeJsonFile(line.input, *out);
+    const auto output = OutputFile::open(line.output, OutputFile::Mode::kReplace, error);
+    if (!output) return fail("cannot write " + line.output + ": " + error);
+    const ConversionStatus status =
+        line.command == "decode" ? vek::profiling::decodeLog(input.get(), output->stream())
+                                 : vek::profiling::encodeJson(input.get(), output->stream());
     if (!status.warning.empty()) {
         std::fprintf(stderr, "%s: warning: %s: %s\n", kProgram, line.input.c_str(),
                      status.warning.c_str());
     }
-    if (!status.ok()) {
-        out->discard();
-        std::fprintf(stderr, "%s: %s: %s\n", kProgram, line.input.c_str(), status.error.c_str());
-        return kExitFailure;
-    }
-    if (!out->finish()) {
-        out->discard();
-        std::fprintf(stderr, "%s: %s\n", kProgram, out->error().c_str());
-        return kExitFailure;
-    }
+    if (!status.ok()) return fail(line.input + ": " + status.error);
+    if (!output->commit(error)) return fail("cannot write " + line.output + ": " + error);
     return kExitOk;
 }
 
