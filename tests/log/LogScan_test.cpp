@@ -1,11 +1,15 @@
-#include "log/LogScan.h"
-
+// Reading chunks: the scan that finds where a log breaks, and the message
+// stream that verifies one chunk and hands out its messages.
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "log/FlatBufferReaderUtil.h"
+#include "log/LogScan.h"
+#include "support/LogCapture.h"
 #include "support/LogWriter.h"
 
 namespace vek {
@@ -13,6 +17,8 @@ namespace profiling {
 namespace {
 
 using namespace testlog;
+
+const char* const kCorrupt = "Corrupted flatbuffer binary stream";
 
 struct Scanned {
     LogScanSummary summary;
@@ -112,6 +118,60 @@ TEST(LogScan, ValidPrefixExtentStopsAtTheFirstProblem) {
     EXPECT_EQ(result.problems.size(), 1u);
     EXPECT_EQ(result.summary.chunks, 2u);
     EXPECT_EQ(result.prefix, chunks(1).bytes());
+}
+
+std::shared_ptr<ChunkBuffer> bufferOf(std::vector<uint8_t> bytes) {
+    return std::make_shared<ChunkBuffer>(std::move(bytes));
+}
+
+// The smallest possible chunk: root offset 4 to an empty table whose soffset
+// (-4) points forward to a vtable of 4 bytes that lists no fields and gives
+// the table's size as 4.
+std::vector<uint8_t> smallestChunk(uint32_t rootOffset = 4) {
+    return {static_cast<uint8_t>(rootOffset), static_cast<uint8_t>(rootOffset >> 8),
+            static_cast<uint8_t>(rootOffset >> 16), static_cast<uint8_t>(rootOffset >> 24),
+            0xfc, 0xff, 0xff, 0xff,   // table: vtable at 4 - (-4) = 8
+            0x04, 0x00, 0x04, 0x00};  // vtable: 4 bytes, object 4 bytes
+}
+
+TEST(FlatBufferReaderUtilTest, TwelveBytesCanDoAndRefusedChunksChangeNothing) {
+    std::vector<uint8_t> eleven = smallestChunk();
+    eleven.pop_back();
+    auto missingField = [](bool stamp) {
+        MessageSpec broken(1);
+        broken.omitStamp = stamp;
+        broken.omitTiming = !stamp;
+        return buildChunk(ChunkSpec{}.header(HeaderSpec{}).message(MessageSpec(1).graph("ok")).message(broken));
+    };
+    const std::vector<std::vector<uint8_t>> refused = {
+        {},
+        eleven,
+        smallestChunk(0),
+        smallestChunk(0x80000000u),  // negative as a signed offset
+        smallestChunk(0xfffffffcu),
+        smallestChunk(12),           // == size
+        smallestChunk(11),           // in range, but no room for a table
+        missingField(true),          // a message without its required stamp
+        missingField(false),         // or timing
+    };
+    LogCapture capture;
+    FlatBufferReaderUtil stream;
+    // Twelve bytes are enough when the root verifies.
+    const auto smallest = bufferOf(smallestChunk());
+    ASSERT_TRUE(stream.init(smallest));
+    EXPECT_EQ(capture.count(kCorrupt), 0u);
+    EXPECT_EQ(stream.nextMessage(), nullptr);
+    const fb::LogChunk* root = stream.root();
+    ASSERT_NE(root, nullptr);
+    for (size_t i = 0; i < refused.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_FALSE(stream.init(bufferOf(refused[i])));
+        EXPECT_EQ(stream.root(), root);
+        EXPECT_EQ(stream.header(), nullptr);
+    }
+    EXPECT_FALSE(stream.init(nullptr));
+    EXPECT_EQ(capture.count(kCorrupt), refused.size() + 1);
+    EXPECT_TRUE(capture.contains(kCorrupt, 1));
 }
 
 }  // namespace
