@@ -148,10 +148,8 @@ TEST(HostileLog, AMillionTinyMessagesLoadInBoundedMemory) {
     const int64_t growth = peakGrowth([&] { loaded = reader.loadLog(false); });
     ASSERT_TRUE(loaded);
     EXPECT_TRUE(capture.messages().empty());
-    // The last of each kind wins: message 9999 is a library load (9999 % 7 == 3).
-    EXPECT_TRUE(reader.hasLibLoad && reader.hasNetRun && reader.hasBinaryInit);
+    // Read to the end, keeping the last of each kind: message 9999 is a library load.
     EXPECT_EQ(reader.libLoadTimestamp, 9999u);
-    EXPECT_EQ(reader.libLoadDuration, 1u);
     EXPECT_EQ(reader.updateBinarySections.size(), 1u);
     EXPECT_EQ(reader.contextBinaryCalls.size(), 2u);
     // One chunk at a time, not the file, nor a million messages' worth of model.
