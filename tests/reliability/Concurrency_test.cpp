@@ -2,23 +2,16 @@
 // threads register loggers and log. Readers share nothing but the logger
 // registry, so each must produce exactly what it produces alone. Built with
 // ThreadSanitizer by scripts/tsan.sh, which runs this suite only.
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <memory>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "chrometrace/LintingIdentifiers.h"
 #include "logging/Log.h"
-#include "reader/VekProfileLogReaderChrometrace.h"
-#include "support/LogWriter.h"
+#include "reliability/Reliability.h"
 
-namespace vek {
-namespace profiling {
+namespace vek::profiling {
 namespace {
 
 using namespace testlog;
@@ -31,32 +24,21 @@ void countMessage(const char* format, uint32_t, uint64_t, va_list arguments) {
     delivered.fetch_add(1, std::memory_order_relaxed);
 }
 
-EventSpec loggedOp(const std::string& name, uint64_t duration) {
-    return EventSpec::u64(name, duration, 1, kOpRecordIdentifier).withChildren({
-        EventSpec::u64("wait", duration / 4, 1, kWaitDurationIdentifier),
-        EventSpec::u64("bg", duration / 2, 1, kOpBackgroundIdentifier)
-            .withChildren({EventSpec::u64("dma", 0, 6, kOpBackgroundNameIdentifier)}),
-        EventSpec::u64("bg wait", 3, 1, kWaitBackgroundIdentifier),
-        EventSpec::u64("resources", 3, 1, kResourceMaskIdentifier)});
-}
-
 // A log of its own for each reader: its own graphs, durations and object
 // file (saved in the reader's directory).
 void writeLog(const TempDir& dir, int index) {
     LogWriter log;
-    ChunkSpec& chunk = log.chunk().header(
-        HeaderSpec{}.tool("net-run", std::to_string(index)).epoch(1718031845123456));
+    ChunkSpec& chunk = log.chunk().header(HeaderSpec{}.tool("net-run", std::to_string(index)).epoch(1718031845123456));
     chunk.message(MessageSpec(kContextCreate).times(0, 40))
         .message(MessageSpec(kFinalize).graph("g").times(50, 90).withEvents(
             {EventSpec::u64("Init Stats", 30, 1, kInitEventIdentifier)}));
-    for (int run = 0; run < 20; ++run) {
-        const uint64_t start = 1000 + 100u * static_cast<uint64_t>(run);
-        const uint64_t op = 10 + static_cast<uint64_t>(index * 7 + run);
+    for (uint64_t run = 0; run < 20; ++run) {
+        const uint64_t start = 1000 + 100 * run, op = 10 + static_cast<uint64_t>(index) * 7 + run;
         chunk.message(MessageSpec(kExecute)
                           .graph("graph_" + std::to_string(index) + "_" + std::to_string(run % 3))
                           .times(start, start + 60 + op)
-                          .withEvents({EventSpec::u64("Accelerator", 50 + op)
-                                           .withChildren({loggedOp("conv", op), loggedOp("pool", op / 2)}),
+                          .withEvents({EventSpec::u64("Accelerator", 50 + op).withChildren(
+                                           {reliability::loggedOp("conv", op), reliability::loggedOp("pool", op / 2)}),
                                        EventSpec::object("Blob", {1, 2, 3}, dir.file("blob.bin"))}));
     }
     log.writeTo(dir.file("run.bin"));
@@ -69,17 +51,15 @@ std::string readerOutputs(const TempDir& dir, const std::string& tag) {
     VekProfileLogReaderChrometrace chrome(log, VisibilityLevel(10));
     VekProfileLogReader summary(log, VisibilityLevel(10));
     if (!chrome.loadLog(true) || !summary.loadLog(true)) return "load failed";
-    const bool written = chrome.writeOutput(dir.file(tag + ".json")) &&
-                         summary.writeOutput(dir.file(tag + ".csv"));
-    if (!written) return "output failed";
-    return readFile(dir.file(tag + ".json")) + readFile(dir.file(tag + ".csv")) +
-           chrome.printHeader() + summary.printHeader();
+    if (!chrome.writeOutput(dir.file(tag + ".json")) || !summary.writeOutput(dir.file(tag + ".csv"))) {
+        return "output failed";
+    }
+    return readFile(dir.file(tag + ".json")) + readFile(dir.file(tag + ".csv")) + chrome.printHeader() +
+           summary.printHeader();
 }
 
 TEST(ReaderConcurrency, ReadersOnThreadsMatchTheirSingleThreadedRuns) {
-    constexpr int kReaders = 4;
-    constexpr int kRounds = 3;
-    constexpr int kLoggers = 2;
+    constexpr int kReaders = 4, kRounds = 3, kLoggers = 2;
     std::vector<std::unique_ptr<TempDir>> dirs;
     std::vector<std::string> expected;
     testing::internal::CaptureStdout();  // the readers print their summaries
@@ -88,7 +68,6 @@ TEST(ReaderConcurrency, ReadersOnThreadsMatchTheirSingleThreadedRuns) {
         writeLog(*dirs.back(), i);
         expected.push_back(readerOutputs(*dirs.back(), "alone"));
     }
-
     std::atomic<int> readersRunning{kReaders};
     std::vector<std::vector<std::string>> results(kReaders);
     std::vector<std::thread> threads;
@@ -105,8 +84,7 @@ TEST(ReaderConcurrency, ReadersOnThreadsMatchTheirSingleThreadedRuns) {
             // Keeps replacing the library's logger (handles and levels vary)
             // and logging through it while the readers log their own messages.
             for (int n = 0; readersRunning.load() > 0; ++n) {
-                registerLogger(0x1000 + static_cast<uint64_t>(i * 16 + n % 16), &countMessage,
-                               n % 6);
+                registerLogger(0x1000 + static_cast<uint64_t>(i * 16 + n % 16), &countMessage, n % 6);
                 vekLog(kLogError, "logger thread %d message %d", i, n);
                 vekLog(kLogDebug, "logger thread %d debug %d", i, n);
             }
@@ -115,16 +93,11 @@ TEST(ReaderConcurrency, ReadersOnThreadsMatchTheirSingleThreadedRuns) {
     for (std::thread& thread : threads) thread.join();
     testing::internal::GetCapturedStdout();
     registerLogger(0x1000, nullptr, 0);  // the library's messages are dropped again
-
     for (int i = 0; i < kReaders; ++i) {
-        ASSERT_EQ(results[i].size(), static_cast<size_t>(kRounds));
-        for (int round = 0; round < kRounds; ++round) {
-            EXPECT_EQ(results[i][round], expected[i]) << "reader " << i << " round " << round;
-        }
+        EXPECT_EQ(results[i], std::vector<std::string>(kRounds, expected[i])) << "reader " << i;
     }
     EXPECT_GT(delivered.load(), 0u);
 }
 
 }  // namespace
-}  // namespace profiling
-}  // namespace vek
+}  // namespace vek::profiling

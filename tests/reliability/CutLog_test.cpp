@@ -2,27 +2,18 @@
 // sample log at every byte of its last chunk: the scan must name the place,
 // the valid prefix must be exactly the chunks before it, and a salvage load
 // must report what a load of that prefix reports.
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <memory>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "log/LogScan.h"
-#include "reader/VekProfileLogReaderChrometrace.h"
-#include "support/LogCapture.h"
-#include "support/LogWriter.h"
+#include "reliability/Reliability.h"
 
-namespace vek {
-namespace profiling {
+namespace vek::profiling {
 namespace {
 
 using namespace testlog;
-
-const std::string kSampleLog = std::string(VEK_SAMPLE_DIR) + "/linting_sample.log";
 
 // The trace and the short summary of the chrome-trace reader.
 std::string reportOf(const std::string& logPath, bool salvage) {
@@ -30,65 +21,60 @@ std::string reportOf(const std::string& logPath, bool salvage) {
     setSalvageLoad(&reader, salvage);
     EXPECT_TRUE(reader.loadLog(false));
     std::ostringstream trace;
-    std::ostringstream summary;
-    EXPECT_TRUE(writeTrace(&reader, trace, summary, TraceFormat::Exact));
-    return trace.str() + summary.str();
+    EXPECT_TRUE(writeTrace(&reader, trace, trace, TraceFormat::Exact));
+    return trace.str();
 }
 
-LogScanSummary scanFile(const std::string& path, ScanExtent extent, std::string* prefix) {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
+// What check reports of the whole log, and the prefix trim writes, from one scan.
+struct Scan {
+    LogScanSummary summary;
+    std::string prefix;
+    size_t lastChunkBytes = 0;  // the last valid chunk, framed
+};
+
+Scan scanFile(const std::string& path) {
+    Scan scan;
     LogScanCallbacks callbacks;
-    callbacks.prefixChunk = [prefix](const ChunkBuffer& body) {
+    callbacks.prefixChunk = [&scan](const ChunkBuffer& body) {
         const std::vector<uint8_t> framed = lengthPrefixed(body);
-        if (prefix != nullptr) prefix->append(framed.begin(), framed.end());
+        scan.prefix.append(framed.begin(), framed.end());
+        scan.lastChunkBytes = framed.size();
         return true;
     };
-    const LogScanSummary summary = scanLog(file, extent, callbacks);
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    scan.summary = scanLog(file, ScanExtent::kWholeLog, callbacks);
     std::fclose(file);
-    return summary;
+    return scan;
 }
 
 TEST(CutLog, EveryCutOfTheLastChunkIsFoundTrimmedAndSalvaged) {
-    const std::string sample = readFile(kSampleLog);
+    const std::string sample = readFile(std::string(VEK_SAMPLE_DIR) + "/linting_sample.log");
     TempDir dir;
     const std::string log = dir.file("run.log");
-    // Where the last chunk starts.
     LogWriter().rawBytes({sample.begin(), sample.end()}).writeTo(log);
-    const LogScanSummary whole = scanFile(log, ScanExtent::kWholeLog, nullptr);
-    ASSERT_EQ(whole.problems, 0u);
-    ASSERT_GE(whole.validChunks, 2u);
-    std::string allButLast;
-    for (uint64_t offset = 0, index = 0; index + 1 < whole.validChunks; ++index) {
-        uint32_t length = 0;
-        for (int byte = 3; byte >= 0; --byte) {
-            length = length << 8 | static_cast<uint8_t>(sample[offset + byte]);
-        }
-        offset += 4 + length;
-        allButLast = sample.substr(0, offset);
-    }
+    const Scan whole = scanFile(log);
+    ASSERT_EQ(whole.summary.problems, 0u);
+    ASSERT_GE(whole.summary.validChunks, 2u);
+    ASSERT_EQ(whole.prefix, sample);
+    const std::string allButLast = sample.substr(0, sample.size() - whole.lastChunkBytes);
     LogWriter().rawBytes({allButLast.begin(), allButLast.end()}).writeTo(log);
     LogCapture quiet(0);
     const std::string expected = reportOf(log, false);
 
     LogWriter().rawBytes({sample.begin(), sample.end()}).writeTo(log);
-    // Cut shorter and shorter, in place.
-    for (size_t cut = sample.size() - 1; cut > allButLast.size(); --cut) {
+    for (size_t cut = sample.size() - 1; cut > allButLast.size(); --cut) {  // shorter and shorter, in place
         SCOPED_TRACE("cut at " + std::to_string(cut));
         ASSERT_EQ(truncate(log.c_str(), static_cast<off_t>(cut)), 0);
-        // What check reports, and the prefix trim writes, from one scan.
-        std::string trimmed;
-        const LogScanSummary check = scanFile(log, ScanExtent::kWholeLog, &trimmed);
-        ASSERT_EQ(check.problems, 1u);
-        EXPECT_EQ(check.firstProblem.chunkIndex, whole.validChunks - 1);
-        EXPECT_EQ(check.firstProblem.byteOffset, allButLast.size());
-        EXPECT_EQ(check.firstProblem.kind, cut - allButLast.size() < 4
-                                               ? ChunkProblemKind::TrailingBytes
-                                               : ChunkProblemKind::CutChunk);
-        ASSERT_EQ(trimmed, allButLast);
+        const Scan check = scanFile(log);
+        ASSERT_EQ(check.summary.problems, 1u);
+        EXPECT_EQ(check.summary.firstProblem.chunkIndex, whole.summary.validChunks - 1);
+        EXPECT_EQ(check.summary.firstProblem.byteOffset, allButLast.size());
+        EXPECT_EQ(check.summary.firstProblem.kind,
+                  cut - allButLast.size() < 4 ? ChunkProblemKind::TrailingBytes : ChunkProblemKind::CutChunk);
+        ASSERT_EQ(check.prefix, allButLast);
         ASSERT_EQ(reportOf(log, true), expected);
     }
 }
 
 }  // namespace
-}  // namespace profiling
-}  // namespace vek
+}  // namespace vek::profiling

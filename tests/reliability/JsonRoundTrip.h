@@ -11,9 +11,7 @@
 #include "LogJsonEncoder.h"
 #include "support/MemoryFile.h"
 
-namespace vek {
-namespace profiling {
-namespace reliability {
+namespace vek::profiling::reliability {
 
 // Converts `input` with `convert` (decodeLog or encodeJson) into `output`.
 template <typename Convert>
@@ -28,20 +26,15 @@ ConversionStatus convertBytes(Convert convert, const std::string& input, std::st
 // Empty when the encoder refuses `json` or the round trip holds; otherwise
 // what went wrong.
 inline std::string jsonRoundTripProblem(const std::string& json) {
-    std::string log;
+    std::string log, decoded, again;
     if (!convertBytes(encodeJson, json, log).ok()) return std::string();
-    std::string decoded;
     ConversionStatus status = convertBytes(decodeLog, log, decoded);
     if (!status.ok()) return "the encoded log does not decode: " + status.error;
     status = convertBytes(encodeJson, decoded, log);
     if (!status.ok()) return "the decoded JSON does not encode: " + status.error;
-    std::string again;
     status = convertBytes(decodeLog, log, again);
     if (!status.ok()) return "the log of the decoded JSON does not decode: " + status.error;
-    if (again != decoded) return "the JSON changes on a second round trip";
-    return std::string();
+    return again == decoded ? std::string() : "the JSON changes on a second round trip";
 }
 
-}  // namespace reliability
-}  // namespace profiling
-}  // namespace vek
+}  // namespace vek::profiling::reliability

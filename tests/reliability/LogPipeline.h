@@ -5,9 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <ostream>
-#include <sstream>
 #include <streambuf>
 #include <string>
 
@@ -17,11 +15,10 @@
 #include "reader/VekProfileLogReaderChrometrace.h"
 #include "support/MemoryFile.h"
 
-namespace vek {
-namespace profiling {
-namespace reliability {
+namespace vek::profiling::reliability {
 
-// Takes whatever is written and keeps none of it.
+// Takes whatever is written and keeps none of it (the fuzz sandbox may not
+// open even /dev/null).
 class DiscardingStream : public std::ostream {
 public:
     DiscardingStream() : std::ostream(&buffer_) {}
@@ -40,8 +37,7 @@ private:
 // must cope with a half-filled model. The trace goes to a discarding stream
 // in both formats; the summary reader writes its CSV export to `csvPath`
 // through writeOutput, as the viewer's summary mode does.
-inline void runWholePipeline(const std::string& logPath, const std::string& csvPath,
-                             bool flagTheTraceReader) {
+inline void runWholePipeline(const std::string& logPath, const std::string& csvPath, bool flagTheTraceReader) {
     const auto level = static_cast<VisibilityLevel>(127);
     DiscardingStream discard;
     VekProfileLogReaderChrometrace trace(logPath, level);
@@ -63,6 +59,4 @@ inline bool decodeWithTheTool(const uint8_t* data, size_t size) {
     return decodeLog(log.get(), json).ok();
 }
 
-}  // namespace reliability
-}  // namespace profiling
-}  // namespace vek
+}  // namespace vek::profiling::reliability

@@ -7,17 +7,10 @@
 
 #include <string>
 
-namespace vek {
-namespace profiling {
-namespace testlog {
+namespace vek::profiling::testlog {
 
-// The path of a golden file, relative to tests/golden/.
-std::string goldenPath(const std::string& name);
-
-// Compares `actual` with the golden file `name`:
+// Compares `actual` with the golden file `name`, relative to tests/golden/:
 //   EXPECT_TRUE(matchesGolden(summaryText, "stats/sample_summary.txt"));
 ::testing::AssertionResult matchesGolden(const std::string& actual, const std::string& name);
 
-}  // namespace testlog
-}  // namespace profiling
-}  // namespace vek
+}  // namespace vek::profiling::testlog

@@ -1,37 +1,28 @@
 #include "support/LogCapture.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
 
 #include "VekChrometraceProfilingReader.h"
 
-namespace vek {
-namespace profiling {
-namespace testlog {
+namespace vek::profiling::testlog {
 namespace {
 
 constexpr uint64_t kCaptureHandle = 0x7e57;
-
-std::mutex& capturedMutex() {
-    static std::mutex mutex;
-    return mutex;
-}
-
-std::vector<CapturedMessage>& captured() {
-    static std::vector<CapturedMessage> messages;
-    return messages;
-}
+std::mutex capturedMutex;
+std::vector<CapturedMessage> captured;
 
 void collect(const char* format, uint32_t level, uint64_t timestamp, va_list arguments) {
     va_list measure;
     va_copy(measure, arguments);
     const int length = std::vsnprintf(nullptr, 0, format, measure);
     va_end(measure);
-    std::string text(length > 0 ? static_cast<size_t>(length) : 0, '\0');
+    std::string text(static_cast<size_t>(std::max(length, 0)), '\0');
     if (length > 0) std::vsnprintf(text.data(), text.size() + 1, format, arguments);
-    std::lock_guard<std::mutex> lock(capturedMutex());
-    captured().push_back(CapturedMessage{level, std::move(text), timestamp});
+    std::lock_guard<std::mutex> lock(capturedMutex);
+    captured.push_back(CapturedMessage{level, std::move(text), timestamp});
 }
 
 }  // namespace
@@ -43,30 +34,24 @@ LogCapture::LogCapture(int32_t maxLevel) {
 
 LogCapture::~LogCapture() { registerLogger(kCaptureHandle, nullptr, 0); }
 
-const std::vector<CapturedMessage>& LogCapture::messages() const { return captured(); }
+const std::vector<CapturedMessage>& LogCapture::messages() const { return captured; }
 
 bool LogCapture::contains(const std::string& text, uint32_t level) const {
-    std::lock_guard<std::mutex> lock(capturedMutex());
-    for (const CapturedMessage& message : captured()) {
-        if (message.text == text && message.level == level) return true;
-    }
-    return false;
+    std::lock_guard<std::mutex> lock(capturedMutex);
+    return std::any_of(captured.begin(), captured.end(), [&](const CapturedMessage& message) {
+        return message.text == text && message.level == level;
+    });
 }
 
 size_t LogCapture::count(const std::string& text) const {
-    std::lock_guard<std::mutex> lock(capturedMutex());
-    size_t n = 0;
-    for (const CapturedMessage& message : captured()) {
-        if (message.text == text) ++n;
-    }
-    return n;
+    std::lock_guard<std::mutex> lock(capturedMutex);
+    return static_cast<size_t>(std::count_if(captured.begin(), captured.end(),
+                                             [&](const CapturedMessage& message) { return message.text == text; }));
 }
 
 void LogCapture::clear() {
-    std::lock_guard<std::mutex> lock(capturedMutex());
-    captured().clear();
+    std::lock_guard<std::mutex> lock(capturedMutex);
+    captured.clear();
 }
 
-}  // namespace testlog
-}  // namespace profiling
-}  // namespace vek
+}  // namespace vek::profiling::testlog

@@ -5,13 +5,11 @@
 #include <string>
 #include <vector>
 
-namespace vek {
-namespace profiling {
-namespace testlog {
+namespace vek::profiling::testlog {
 
 struct CapturedMessage {
     uint32_t level;
-    std::string text;       // formatted with the message's arguments
+    std::string text;  // formatted with the message's arguments
     uint64_t timestampNs;
 };
 
@@ -30,6 +28,4 @@ public:
     void clear();
 };
 
-}  // namespace testlog
-}  // namespace profiling
-}  // namespace vek
+}  // namespace vek::profiling::testlog

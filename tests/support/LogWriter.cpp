@@ -5,32 +5,38 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <stdexcept>
 
 #include "profile_log_generated.h"
 
-namespace vek {
-namespace profiling {
-namespace testlog {
+namespace vek::profiling::testlog {
 namespace {
 
 using flatbuffers::FlatBufferBuilder;
 using flatbuffers::Offset;
 
+template <typename Table, typename Spec>
+Offset<flatbuffers::Vector<Offset<Table>>> buildList(
+    FlatBufferBuilder& fbb, const std::optional<std::vector<Spec>>& specs,
+    Offset<Table> (*build)(FlatBufferBuilder&, const Spec&)) {
+    if (!specs) return 0;
+    std::vector<Offset<Table>> list;
+    for (const Spec& spec : *specs) list.push_back(build(fbb, spec));
+    return fbb.CreateVector(list);
+}
+
+Offset<flatbuffers::String> text(FlatBufferBuilder& fbb, const std::optional<std::string>& value) {
+    return value ? fbb.CreateString(*value) : 0;
+}
+
+// The fields are added in the schema's order, so that the bytes stay those
+// the tests were written against.
 Offset<fb::LogEvent> buildEvent(FlatBufferBuilder& fbb, const EventSpec& desc) {
-    Offset<flatbuffers::Vector<Offset<fb::LogEvent>>> subEvents = 0;
-    if (desc.subEvents) {
-        std::vector<Offset<fb::LogEvent>> children;
-        for (const EventSpec& child : *desc.subEvents) {
-            children.push_back(buildEvent(fbb, child));
-        }
-        subEvents = fbb.CreateVector(children);
-    }
-    const auto name = desc.name ? fbb.CreateString(*desc.name) : 0;
+    const auto subEvents = buildList(fbb, desc.subEvents, buildEvent);
+    const auto name = text(fbb, desc.name);
     const auto bytes = desc.bytesValue ? fbb.CreateVector(*desc.bytesValue) : 0;
-    const auto detail = desc.detail ? fbb.CreateString(*desc.detail) : 0;
-    const auto text = desc.stringValue ? fbb.CreateString(*desc.stringValue) : 0;
+    const auto detail = text(fbb, desc.detail);
+    const auto stringValue = text(fbb, desc.stringValue);
     fb::LogEventBuilder event(fbb);
     event.add_name(name);
     event.add_identifier(desc.identifier);
@@ -44,23 +50,15 @@ Offset<fb::LogEvent> buildEvent(FlatBufferBuilder& fbb, const EventSpec& desc) {
     event.add_detail(detail);
     event.add_timestamp(desc.timestamp);
     event.add_doubleValue(desc.doubleValue);
-    event.add_stringValue(text);
+    event.add_stringValue(stringValue);
     return event.Finish();
 }
 
 Offset<fb::LogMessage> buildMessage(FlatBufferBuilder& fbb, const MessageSpec& desc) {
-    Offset<flatbuffers::Vector<Offset<fb::LogEvent>>> events = 0;
-    if (desc.events) {
-        std::vector<Offset<fb::LogEvent>> list;
-        for (const EventSpec& event : *desc.events) {
-            list.push_back(buildEvent(fbb, event));
-        }
-        events = fbb.CreateVector(list);
-    }
-    const auto graphName = desc.graphName ? fbb.CreateString(*desc.graphName) : 0;
+    const auto events = buildList(fbb, desc.events, buildEvent);
+    const auto graphName = text(fbb, desc.graphName);
     const auto stamp = desc.omitStamp ? 0 : fb::CreateMessageStamp(fbb, desc.timestamp, 0);
-    const auto timing =
-        desc.omitTiming ? 0 : fb::CreateMessageTiming(fbb, desc.startTime, desc.endTime);
+    const auto timing = desc.omitTiming ? 0 : fb::CreateMessageTiming(fbb, desc.startTime, desc.endTime);
     // Built by hand rather than with the generated builder, whose Finish()
     // insists on the required fields that a corrupt message leaves out.
     const auto start = fbb.StartTable();
@@ -74,108 +72,35 @@ Offset<fb::LogMessage> buildMessage(FlatBufferBuilder& fbb, const MessageSpec& d
 }
 
 Offset<fb::LogHeader> buildHeader(FlatBufferBuilder& fbb, const HeaderSpec& desc) {
-    const auto version = desc.withVersion ? fb::CreateLogVersion(fbb, 1, 0, 0, 0) : 0;
-    const auto toolVersion = desc.toolVersion ? fbb.CreateString(*desc.toolVersion) : 0;
-    const auto backend = desc.backend ? fbb.CreateString(*desc.backend) : 0;
-    const auto toolName = desc.toolName ? fbb.CreateString(*desc.toolName) : 0;
-    return fb::CreateLogHeader(fbb, desc.timeScale, desc.epochTimestamp,
-                               desc.steadyClockTimestamp, version, toolVersion, backend,
-                               toolName);
+    const auto version = fb::CreateLogVersion(fbb, 1, 0, 0, 0);
+    const auto toolVersion = text(fbb, desc.toolVersion);
+    const auto backend = text(fbb, desc.backend);
+    const auto toolName = text(fbb, desc.toolName);
+    return fb::CreateLogHeader(fbb, desc.timeScale, desc.epochTimestamp, desc.steadyClockTimestamp,
+                               version, toolVersion, backend, toolName);
 }
 
-}  // namespace
-
-EventSpec EventSpec::u64(std::string name, uint64_t value, uint32_t unit, uint32_t identifier) {
-    EventSpec desc;
-    desc.name = std::move(name);
-    desc.valueType = kValueUInt64;
-    desc.uint64Value = value;
-    desc.unit = unit;
-    desc.identifier = identifier;
-    return desc;
-}
-
-EventSpec EventSpec::i64(std::string name, int64_t value, uint32_t unit) {
-    EventSpec desc;
-    desc.name = std::move(name);
-    desc.valueType = kValueInt64;
-    desc.int64Value = value;
-    desc.unit = unit;
-    return desc;
-}
-
-EventSpec EventSpec::f32(std::string name, float value, uint32_t unit) {
-    EventSpec desc;
-    desc.name = std::move(name);
-    desc.valueType = kValueFloat;
-    desc.floatValue = value;
-    desc.unit = unit;
-    return desc;
-}
-
-EventSpec EventSpec::f64(std::string name, double value, uint32_t unit) {
-    EventSpec desc;
-    desc.name = std::move(name);
-    desc.valueType = kValueDouble;
-    desc.doubleValue = value;
-    desc.unit = unit;
-    return desc;
-}
-
-EventSpec EventSpec::text(std::string name, std::string value, uint32_t unit) {
-    EventSpec desc;
-    desc.name = std::move(name);
-    desc.valueType = kValueString;
-    desc.stringValue = std::move(value);
-    desc.unit = unit;
-    return desc;
-}
-
-EventSpec EventSpec::object(std::string name, std::vector<uint8_t> bytes, std::string fileName) {
-    EventSpec desc;
-    desc.name = std::move(name);
-    desc.valueType = kValueBytes;
-    desc.bytesValue = std::move(bytes);
-    desc.detail = std::move(fileName);
-    desc.unit = 5;
-    return desc;
-}
-
-ChunkSpec& ChunkSpec::message(MessageSpec desc) {
-    if (!messages) messages.emplace();
-    messages->push_back(std::move(desc));
-    return *this;
-}
-
-std::vector<uint8_t> buildChunk(const ChunkSpec& chunk) {
-    FlatBufferBuilder fbb;
-    const auto header = chunk.headerSpec ? buildHeader(fbb, *chunk.headerSpec) : 0;
-    Offset<flatbuffers::Vector<Offset<fb::LogMessage>>> messages = 0;
-    if (chunk.messages) {
-        std::vector<Offset<fb::LogMessage>> list;
-        for (const MessageSpec& message : *chunk.messages) {
-            list.push_back(buildMessage(fbb, message));
-        }
-        messages = fbb.CreateVector(list);
-    }
-    fbb.Finish(fb::CreateLogChunk(fbb, header, messages));
-    return std::vector<uint8_t>(fbb.GetBufferPointer(), fbb.GetBufferPointer() + fbb.GetSize());
-}
-
-namespace {
 // Appends `body` to `out`, after its u32 little-endian length when `prefixed`.
 // Written element by element: GCC 12 reports false array-bounds and
 // use-after-free warnings on the vector copies of the obvious version.
 void appendPiece(std::vector<uint8_t>& out, const std::vector<uint8_t>& body, bool prefixed) {
-    if (prefixed) {
-        const auto size = static_cast<uint32_t>(body.size());
-        for (unsigned shift = 0; shift < 32; shift += 8) {
-            out.push_back(static_cast<uint8_t>(size >> shift));
-        }
+    for (unsigned shift = 0; prefixed && shift < 32; shift += 8) {
+        out.push_back(static_cast<uint8_t>(body.size() >> shift));
     }
     out.insert(out.end(), body.begin(), body.end());
 }
+
+std::atomic<LogWrittenHook> logWrittenHook{nullptr};
+
 }  // namespace
+
+std::vector<uint8_t> buildChunk(const ChunkSpec& chunk) {
+    FlatBufferBuilder fbb;
+    const auto header = chunk.headerSpec ? buildHeader(fbb, *chunk.headerSpec) : 0;
+    const auto messages = buildList(fbb, chunk.messages, buildMessage);
+    fbb.Finish(fb::CreateLogChunk(fbb, header, messages));
+    return std::vector<uint8_t>(fbb.GetBufferPointer(), fbb.GetBufferPointer() + fbb.GetSize());
+}
 
 std::vector<uint8_t> lengthPrefixed(const std::vector<uint8_t>& body) {
     std::vector<uint8_t> out;
@@ -192,31 +117,21 @@ ChunkSpec& LogWriter::chunk() {
     return piece.chunk.emplace();
 }
 
-LogWriter& LogWriter::rawChunk(std::vector<uint8_t> body) {
-    pieces_.push_back(Piece{std::nullopt, std::move(body), true});
-    return *this;
-}
+LogWriter& LogWriter::rawChunk(std::vector<uint8_t> body) { return raw(std::move(body), true); }
+LogWriter& LogWriter::rawBytes(std::vector<uint8_t> bytes) { return raw(std::move(bytes), false); }
 
-LogWriter& LogWriter::rawBytes(std::vector<uint8_t> bytes) {
-    pieces_.push_back(Piece{std::nullopt, std::move(bytes), false});
+LogWriter& LogWriter::raw(std::vector<uint8_t> bytes, bool prefixed) {
+    pieces_.push_back(Piece{std::nullopt, std::move(bytes), prefixed});
     return *this;
 }
 
 std::vector<uint8_t> LogWriter::bytes() const {
     std::vector<uint8_t> out;
     for (const Piece& piece : pieces_) {
-        if (piece.chunk) {
-            appendPiece(out, buildChunk(*piece.chunk), piece.prefixed);
-        } else {
-            appendPiece(out, piece.raw, piece.prefixed);
-        }
+        appendPiece(out, piece.chunk ? buildChunk(*piece.chunk) : piece.raw, piece.prefixed);
     }
     return out;
 }
-
-namespace {
-std::atomic<LogWrittenHook> logWrittenHook{nullptr};
-}  // namespace
 
 void setLogWrittenHook(LogWrittenHook hook) { logWrittenHook = hook; }
 
@@ -228,11 +143,8 @@ void LogWriter::writeTo(const std::string& path) const {
     if (const LogWrittenHook hook = logWrittenHook) hook(data);
 }
 
-TempDir::TempDir() {
-    std::string pattern =
-        (std::filesystem::temp_directory_path() / "vek-test-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    path_ = pattern;
+TempDir::TempDir() : path_((std::filesystem::temp_directory_path() / "vek-test-XXXXXX").string()) {
+    if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
 }
 
 TempDir::~TempDir() {
@@ -242,9 +154,7 @@ TempDir::~TempDir() {
 
 std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-}  // namespace testlog
-}  // namespace profiling
-}  // namespace vek
+}  // namespace vek::profiling::testlog

@@ -3,7 +3,7 @@
 //
 //   LogWriter log;
 //   log.chunk().header(HeaderSpec{}.tool("tool", "1.0"))
-//      .message(MessageSpec(kExecute).graph("g0").times(10, 110).events({
+//      .message(MessageSpec(kExecute).graph("g0").times(10, 110).withEvents({
 //          EventSpec::u64("Accelerator", 90).withChildren({EventSpec::u64("Conv", 12, 3)})}));
 //   log.writeTo(path);
 #pragma once
@@ -13,73 +13,68 @@
 #include <string>
 #include <vector>
 
-namespace vek {
-namespace profiling {
-namespace testlog {
+namespace vek::profiling::testlog {
 
-// Method types of the runtime's calls.
+// Method types of the runtime's calls, numbered from 1 in this order.
 enum MethodType : uint8_t {
-    kExecute = 1,
-    kFinalize = 2,
-    kExecuteRoundTrip = 3,
-    kBinaryInit = 4,
-    kDeinit = 5,
-    kContextCreate = 6,
-    kCompose = 7,
-    kNetRun = 8,
-    kFinalize2 = 9,
-    kLibLoad = 10,
-    kApplyBinarySection = 11,
-    kApplyBinarySection2 = 12,
-    kContextGetBinarySize = 13,
-    kContextGetBinary = 14,
-    kContextGetBinarySectionSize = 15,
-    kFinalizeAfterTensorUpdates = 16,
-    kUpdateBinarySection = 17,
+    kExecute = 1, kFinalize, kExecuteRoundTrip, kBinaryInit, kDeinit, kContextCreate, kCompose,
+    kNetRun, kFinalize2, kLibLoad, kApplyBinarySection, kApplyBinarySection2,
+    kContextGetBinarySize, kContextGetBinary, kContextGetBinarySectionSize,
+    kFinalizeAfterTensorUpdates, kUpdateBinarySection,
 };
 
-// Value types of an event (which value field is set).
-enum ValueType : int32_t {
-    kValueInt64 = 1,
-    kValueUInt64 = 2,
-    kValueFloat = 3,
-    kValueBytes = 4,
-    kValueDouble = 5,
-    kValueString = 6,
-};
+// Value types of an event (which value field is set), numbered from 1.
+enum ValueType : int32_t { kValueInt64 = 1, kValueUInt64, kValueFloat, kValueBytes, kValueDouble, kValueString };
 
 struct EventSpec {
     std::optional<std::string> name;
-    uint32_t identifier = 0;
-    uint32_t unit = 0;
+    uint32_t identifier = 0, unit = 0;
     int32_t valueType = 0;
     int64_t int64Value = 0;
-    uint64_t uint64Value = 0;
+    uint64_t uint64Value = 0, timestamp = 0;
     float floatValue = 0.0f;
     double doubleValue = 0.0;
     std::optional<std::vector<uint8_t>> bytesValue;
-    std::optional<std::string> stringValue;
-    std::optional<std::string> detail;
-    uint64_t timestamp = 0;
+    std::optional<std::string> stringValue, detail;
     std::optional<std::vector<EventSpec>> subEvents;
 
     // An unsigned 64-bit event (value type 2), the common case.
-    static EventSpec u64(std::string name, uint64_t value, uint32_t unit = 1,
-                         uint32_t identifier = 0);
-    static EventSpec i64(std::string name, int64_t value, uint32_t unit = 1);
-    static EventSpec f32(std::string name, float value, uint32_t unit = 1);
-    static EventSpec f64(std::string name, double value, uint32_t unit = 1);
-    static EventSpec text(std::string name, std::string value, uint32_t unit = 6);
+    static EventSpec u64(std::string name, uint64_t value, uint32_t unit = 1, uint32_t identifier = 0) {
+        return typed(std::move(name), kValueUInt64, unit, &EventSpec::uint64Value, value).id(identifier);
+    }
+    static EventSpec i64(std::string name, int64_t value, uint32_t unit = 1) {
+        return typed(std::move(name), kValueInt64, unit, &EventSpec::int64Value, value);
+    }
+    static EventSpec f32(std::string name, float value, uint32_t unit = 1) {
+        return typed(std::move(name), kValueFloat, unit, &EventSpec::floatValue, value);
+    }
+    static EventSpec f64(std::string name, double value, uint32_t unit = 1) {
+        return typed(std::move(name), kValueDouble, unit, &EventSpec::doubleValue, value);
+    }
+    static EventSpec text(std::string name, std::string value, uint32_t unit = 6) {
+        return typed(std::move(name), kValueString, unit, &EventSpec::stringValue, std::optional(std::move(value)));
+    }
     // An object event (unit 5): raw bytes saved under the file name `detail`.
-    static EventSpec object(std::string name, std::vector<uint8_t> bytes, std::string fileName);
+    static EventSpec object(std::string name, std::vector<uint8_t> bytes, std::string fileName) {
+        return typed(std::move(name), kValueBytes, 5, &EventSpec::bytesValue, std::optional(std::move(bytes)))
+            .withDetail(std::move(fileName));
+    }
 
     EventSpec& id(uint32_t value) { identifier = value; return *this; }
     EventSpec& withUnit(uint32_t value) { unit = value; return *this; }
     EventSpec& withDetail(std::string value) { detail = std::move(value); return *this; }
     EventSpec& at(uint64_t value) { timestamp = value; return *this; }
-    EventSpec& withChildren(std::vector<EventSpec> children) {
-        subEvents = std::move(children);
-        return *this;
+    EventSpec& withChildren(std::vector<EventSpec> children) { subEvents = std::move(children); return *this; }
+
+private:
+    template <typename Field>
+    static EventSpec typed(std::string name, int32_t type, uint32_t unit, Field EventSpec::*field, Field value) {
+        EventSpec event;
+        event.name = std::move(name);
+        event.valueType = type;
+        event.unit = unit;
+        event.*field = std::move(value);
+        return event;
     }
 };
 
@@ -87,9 +82,7 @@ struct MessageSpec {
     explicit MessageSpec(uint8_t type) : methodType(type) {}
 
     uint8_t methodType;
-    uint64_t timestamp = 0;
-    uint64_t startTime = 0;
-    uint64_t endTime = 0;
+    uint64_t timestamp = 0, startTime = 0, endTime = 0;
     int8_t visibility = 0;
     std::optional<std::string> graphName;
     std::optional<std::vector<EventSpec>> events;
@@ -99,27 +92,18 @@ struct MessageSpec {
     MessageSpec& graph(std::string name) { graphName = std::move(name); return *this; }
     // Message timestamp = start; duration = end - start.
     MessageSpec& times(uint64_t start, uint64_t end) {
-        timestamp = start;
-        startTime = start;
+        timestamp = startTime = start;
         endTime = end;
         return *this;
     }
-    MessageSpec& stamp(uint64_t value) { timestamp = value; return *this; }
     MessageSpec& visible(int8_t value) { visibility = value; return *this; }
-    MessageSpec& withEvents(std::vector<EventSpec> list) {
-        events = std::move(list);
-        return *this;
-    }
+    MessageSpec& withEvents(std::vector<EventSpec> list) { events = std::move(list); return *this; }
 };
 
 struct HeaderSpec {
     float timeScale = 1.0f;
-    uint64_t epochTimestamp = 0;
-    uint64_t steadyClockTimestamp = 0;
-    bool withVersion = true;
-    std::optional<std::string> toolName;
-    std::optional<std::string> toolVersion;
-    std::optional<std::string> backend;
+    uint64_t epochTimestamp = 0, steadyClockTimestamp = 0;
+    std::optional<std::string> toolName, toolVersion, backend;
 
     HeaderSpec& tool(std::string name, std::string version) {
         toolName = std::move(name);
@@ -137,11 +121,17 @@ struct ChunkSpec {
     std::optional<std::vector<MessageSpec>> messages;  // absent: no message vector
 
     ChunkSpec& header(HeaderSpec value) { headerSpec = std::move(value); return *this; }
-    ChunkSpec& message(MessageSpec value);
+    ChunkSpec& message(MessageSpec value) {
+        if (!messages) messages.emplace();
+        messages->push_back(std::move(value));
+        return *this;
+    }
 };
 
 // The FlatBuffers bytes of one chunk (no length prefix).
 std::vector<uint8_t> buildChunk(const ChunkSpec& chunk);
+// Length prefix (u32 little-endian) followed by the body.
+std::vector<uint8_t> lengthPrefixed(const std::vector<uint8_t>& body);
 
 class LogWriter {
 public:
@@ -157,6 +147,7 @@ public:
     void writeTo(const std::string& path) const;
 
 private:
+    LogWriter& raw(std::vector<uint8_t> bytes, bool prefixed);
     struct Piece {
         std::optional<ChunkSpec> chunk;
         std::vector<uint8_t> raw;
@@ -169,9 +160,6 @@ private:
 // check can watch all the logs the tests build; null (the default) for none.
 using LogWrittenHook = void (*)(const std::vector<uint8_t>& log);
 void setLogWrittenHook(LogWrittenHook hook);
-
-// Length prefix (u32 little-endian) followed by the body.
-std::vector<uint8_t> lengthPrefixed(const std::vector<uint8_t>& body);
 
 // A scratch directory removed with the object.
 class TempDir {
@@ -189,6 +177,4 @@ private:
 
 std::string readFile(const std::string& path);
 
-}  // namespace testlog
-}  // namespace profiling
-}  // namespace vek
+}  // namespace vek::profiling::testlog

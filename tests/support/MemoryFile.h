@@ -5,21 +5,18 @@
 #include <stdexcept>
 #include <string>
 
-namespace vek {
-namespace profiling {
-namespace testlog {
+namespace vek::profiling::testlog {
 
 class MemoryFile {
 public:
-    explicit MemoryFile(std::string bytes) : bytes_(std::move(bytes)) {
-        // fmemopen refuses a null buffer; an empty string still has one.
-        file_ = fmemopen(bytes_.data(), bytes_.size(), "r");
+    // fmemopen refuses a null buffer; an empty string still has one.
+    explicit MemoryFile(std::string bytes)
+        : bytes_(std::move(bytes)), file_(fmemopen(bytes_.data(), bytes_.size(), "r")) {
         if (file_ == nullptr) throw std::runtime_error("fmemopen failed");
     }
     ~MemoryFile() { std::fclose(file_); }
     MemoryFile(const MemoryFile&) = delete;
     MemoryFile& operator=(const MemoryFile&) = delete;
-
     std::FILE* get() const { return file_; }
 
 private:
@@ -27,6 +24,4 @@ private:
     std::FILE* file_;
 };
 
-}  // namespace testlog
-}  // namespace profiling
-}  // namespace vek
+}  // namespace vek::profiling::testlog
