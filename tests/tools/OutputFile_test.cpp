@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <zlib.h>
 
 #include <filesystem>
 #include <fstream>
@@ -21,16 +20,6 @@ namespace {
 
 using profiling::testlog::readFile;
 using profiling::testlog::TempDir;
-
-// What any gzip reader makes of a file: members are read one after another.
-std::string gunzip(const std::string& path) {
-    gzFile file = gzopen(path.c_str(), "rb");
-    std::string text;
-    char block[4096];
-    for (int got; (got = gzread(file, block, sizeof block)) > 0;) text.append(block, got);
-    gzclose(file);
-    return text;
-}
 
 bool writeWhole(const std::string& path, OutputFile::Mode mode, const std::string& text) {
     std::string error;
@@ -60,9 +49,11 @@ TEST(OutputFileTest, ReplacesAppendsAndCompressesWholeFiles) {
         SCOPED_TRACE(c.name);
         const std::string path = dir.file(c.name);
         for (const auto& [mode, text] : c.writes) ASSERT_TRUE(writeWhole(path, mode, text));
-        const bool compressed = OutputFile::isCompressedName(path);
-        EXPECT_EQ(compressed ? gunzip(path) : readFile(path), c.expected);
-        EXPECT_TRUE(!compressed || std::system(("gzip -t '" + path + "'").c_str()) == 0);
+        // What gzip makes of a compressed file: members are read one after another.
+        if (OutputFile::isCompressedName(path)) {
+            ASSERT_EQ(std::system(("gzip -dc '" + path + "' > '" + path + ".txt'").c_str()), 0);
+        }
+        EXPECT_EQ(readFile(OutputFile::isCompressedName(path) ? path + ".txt" : path), c.expected);
     }
 }
 
