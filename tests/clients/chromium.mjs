@@ -1,12 +1,7 @@
 // Headless Chromium driven over the DevTools protocol on a pipe (fds 3 and
-// 4), so that no port is opened and no WebSocket client is needed.
-//
-//   const browser = await Chromium.launch();
-//   const page = await browser.newPage();        // a session on a fresh tab
-//   await page.send('Page.navigate', {url});
-//   page.on('Runtime.exceptionThrown', (params) => ...);
-//   await page.close();
-//   await browser.close();
+// 4), so that no port is opened and no WebSocket client is needed:
+// Chromium.launch(), browser.newPage() (a session on a fresh tab),
+// page.send(method, params), page.on(event, handler), page.close(), browser.close().
 import {spawn, spawnSync} from 'node:child_process';
 import fs from 'node:fs';
 import os from 'node:os';
@@ -15,10 +10,7 @@ import path from 'node:path';
 // The Chromium binary: $CHROMIUM, else the first of the usual names on PATH.
 export function findChromium() {
   const candidates = process.env.CHROMIUM ? [process.env.CHROMIUM] : ['chromium', 'chromium-browser'];
-  for (const candidate of candidates) {
-    if (spawnSync('sh', ['-c', `command -v "${candidate}"`]).status === 0) return candidate;
-  }
-  return null;
+  return candidates.find((c) => spawnSync('sh', ['-c', `command -v "${c}"`]).status === 0) ?? null;
 }
 
 // Flags for a machine without a display, GPU, sandbox or network. WebGL
@@ -28,25 +20,44 @@ const kFlags = ['--headless', '--no-sandbox', '--disable-gpu', '--enable-unsafe-
                 '--no-first-run', '--no-default-browser-check', '--allow-file-access-from-files',
                 '--window-size=1400,900', '--remote-debugging-pipe'];
 
+export const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+
 class Session {
   constructor(browser, targetId, sessionId) {
-    this.browser = browser;
-    this.targetId = targetId;
-    this.sessionId = sessionId;
-    this.handlers = new Map();
+    Object.assign(this, {browser, targetId, sessionId, handlers: new Map()});
   }
   send(method, params = {}) { return this.browser.send(method, params, this.sessionId); }
   close() { return this.browser.send('Target.closeTarget', {targetId: this.targetId}); }
-  on(event, handler) {
-    if (!this.handlers.has(event)) this.handlers.set(event, []);
-    this.handlers.get(event).push(handler);
-  }
+  on(event, handler) { this.handlers.set(event, [...(this.handlers.get(event) ?? []), handler]); }
   // The value of an expression in the page; promises are awaited.
   async evaluate(expression) {
     const {result, exceptionDetails} = await this.send(
         'Runtime.evaluate', {expression, returnByValue: true, awaitPromise: true});
     if (exceptionDetails) throw new Error(`in the page: ${exceptionDetails.text}`);
     return result.value;
+  }
+  // An array that fills with the page's console errors and uncaught exceptions.
+  collectErrors() {
+    const errors = [];
+    this.on('Runtime.consoleAPICalled', ({type, args}) => {
+      if (type === 'error' || type === 'assert') {
+        errors.push('console error: ' + args.map((a) => a.value ?? a.description).join(' '));
+      }
+    });
+    this.on('Log.entryAdded', ({entry}) => {
+      if (entry.level === 'error') errors.push('console error: ' + entry.text);
+    });
+    this.on('Runtime.exceptionThrown', ({exceptionDetails: e}) =>
+      errors.push('uncaught exception: ' + (e.exception?.description ?? e.text)));
+    return errors;
+  }
+  resize(width, height) {
+    return this.send('Emulation.setDeviceMetricsOverride', {width, height, deviceScaleFactor: 1, mobile: false});
+  }
+  // A PNG of the viewport, or of `clip`.
+  async screenshot(clip = undefined) {
+    const {data} = await this.send('Page.captureScreenshot', {format: 'png', clip});
+    return Buffer.from(data, 'base64');
   }
 }
 
@@ -62,12 +73,7 @@ export class Chromium {
   }
 
   constructor(child, profile) {
-    this.child = child;
-    this.profile = profile;
-    this.nextId = 1;
-    this.pending = new Map();
-    this.sessions = new Map();
-    this.stderr = '';
+    Object.assign(this, {child, profile, nextId: 1, pending: new Map(), sessions: new Map(), stderr: ''});
     this.exited = new Promise((resolve) => child.on('exit', resolve));
     child.stderr.on('data', (data) => { this.stderr = (this.stderr + data).slice(-4000); });
     child.on('exit', () => {
@@ -86,16 +92,15 @@ export class Chromium {
   }
 
   receive(message) {
-    if (message.id !== undefined) {
-      const call = this.pending.get(message.id);
-      this.pending.delete(message.id);
-      if (!call) return;
-      if (message.error) call.reject(new Error(`${call.method}: ${message.error.message}`));
-      else call.resolve(message.result);
+    if (message.id === undefined) {
+      const session = this.sessions.get(message.sessionId);
+      for (const handler of session?.handlers.get(message.method) ?? []) handler(message.params);
       return;
     }
-    const session = this.sessions.get(message.sessionId);
-    for (const handler of session?.handlers.get(message.method) ?? []) handler(message.params);
+    const call = this.pending.get(message.id);
+    this.pending.delete(message.id);
+    if (message.error) call?.reject(new Error(`${call.method}: ${message.error.message}`));
+    else call?.resolve(message.result);
   }
 
   send(method, params = {}, sessionId = undefined) {
@@ -115,9 +120,36 @@ export class Chromium {
     return session;
   }
 
+  // How many pixels of a PNG, from row `top` down, carry colour rather than a
+  // shade of grey: text, grid lines and the page are grey, drawn slices are
+  // not. A blank tab decodes the PNG.
+  async colouredPixels(png, top = 0) {
+    const page = await this.newPage();
+    try {
+      return await page.evaluate(`(async () => {
+        const image = new Image();
+        image.src = 'data:image/png;base64,${png.toString('base64')}';
+        await image.decode();
+        const height = image.height - ${top};
+        if (height <= 0) return 0;
+        const context = new OffscreenCanvas(image.width, height).getContext('2d');
+        context.drawImage(image, 0, -${top});
+        const {data} = context.getImageData(0, 0, image.width, height);
+        let count = 0;
+        for (let i = 0; i < data.length; i += 4) {
+          const [r, g, b] = [data[i], data[i + 1], data[i + 2]];
+          if (Math.max(r, g, b) - Math.min(r, g, b) > 24) ++count;
+        }
+        return count;
+      })()`);
+    } finally {
+      await page.close();
+    }
+  }
+
   async close() {
     await this.send('Browser.close').catch(() => {});
-    await Promise.race([this.exited, new Promise((resolve) => setTimeout(resolve, 5000))]);
+    await Promise.race([this.exited, sleep(5000)]);
     if (this.child.exitCode === null) this.child.kill('SIGKILL');
     fs.rmSync(this.profile, {recursive: true, force: true});
   }

@@ -11,76 +11,58 @@
 
 #include "support/LogWriter.h"
 
-namespace {
-
 using namespace vek::profiling::testlog;
 
-constexpr int kGraphs = 10;
-constexpr int kOpsPerGraph = 2500;
-
-// Events without a value that name background work.
-std::vector<EventSpec> names(uint32_t identifier, std::vector<std::string> items) {
-    std::vector<EventSpec> events(items.size());
-    for (size_t i = 0; i < items.size(); ++i) {
-        events[i].name = std::move(items[i]);
-        events[i].identifier = identifier;
-    }
-    return events;
+// An event without a value that names background work.
+static EventSpec work(uint32_t identifier, std::string name) {
+    EventSpec event;
+    event.name = std::move(name);
+    event.identifier = identifier;
+    return event;
 }
 
 // Op i waits and runs, so it lays four slices. Every 7th op's background
 // work runs on over the next ops; every 11th op's wait background outlasts
 // the wait. Some names carry bytes that a strict reader refuses as they are.
-EventSpec opRecord(int graph, int i) {
+static EventSpec opRecord(int graph, int i) {
     const uint64_t duration = 20 + (i * 37 + graph) % 500;
     const uint64_t wait = 1 + i % 40;
-    const uint64_t background = i % 7 == 0 ? duration * 5 : duration / 2;
-    const uint64_t waitBackground = i % 11 == 0 ? wait + duration / 3 : wait / 2;
     std::string name = "block_" + std::to_string(i / 10) + "/Conv2d_" + std::to_string(i);
     if (i % 97 == 0) name += "_\xFF\xC3(";
     if (i % 89 == 0) name += "\t\x01\x7F";
     if (i % 83 == 0) name += " \xC3\xA9t\xC3\xA9 \xE6\x97\xA5";
-
     return EventSpec::u64(name, duration, 1, 404).withChildren(
         {EventSpec::u64("wait", wait, 1, 5001),
-         EventSpec::u64("background", background, 1, 5002)
-             .withChildren(names(5005, {"DMA prefetch", i % 5 == 0 ? "Bias \x80load" : "Bias load"})),
-         EventSpec::u64("wait background", waitBackground, 1, 5003)
-             .withChildren(names(5006, {"Weights load"})),
+         EventSpec::u64("background", i % 7 == 0 ? duration * 5 : duration / 2, 1, 5002)
+             .withChildren({work(5005, "DMA prefetch"), work(5005, i % 5 ? "Bias load" : "Bias \x80load")}),
+         EventSpec::u64("wait background", i % 11 == 0 ? wait + duration / 3 : wait / 2, 1, 5003)
+             .withChildren({work(5006, "Weights load")}),
          EventSpec::u64("resources", 1 + i % 7, 6, 5004)});
 }
-
-HeaderSpec header() {
-    return HeaderSpec{}.tool("vek-net-run", "v2.19.0").backendText("VEK NPU backend (linting profile)");
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
     if (argc != 2) {
         std::fprintf(stderr, "usage: vek-test-client-logs DIR\n");
         return 2;
     }
-    const std::string dir = argv[1];
+    const HeaderSpec header =
+        HeaderSpec{}.tool("vek-net-run", "v2.19.0").backendText("VEK NPU backend (linting profile)");
     try {
         LogWriter empty;
-        empty.chunk().header(header()).message(MessageSpec(kCompose).times(100, 200));
-        empty.writeTo(dir + "/no-executions.log");
+        empty.chunk().header(header).message(MessageSpec(kCompose).times(100, 200));
+        empty.writeTo(std::string(argv[1]) + "/no-executions.log");
 
         LogWriter wide;
-        wide.chunk().header(header());
-        uint64_t clock = 1000;
-        for (int graph = 0; graph < kGraphs; ++graph) {
+        wide.chunk().header(header);
+        for (int graph = 0; graph < 10; ++graph) {
             std::vector<EventSpec> ops;
-            for (int i = 0; i < kOpsPerGraph; ++i) ops.push_back(opRecord(graph, i));
-            wide.chunk().message(MessageSpec(kExecute)
-                                     .graph("graph_" + std::to_string(graph))
-                                     .times(clock, clock + 900000)
-                                     .withEvents({EventSpec::u64("Accelerator", 800000, 1, 1)
-                                                      .withChildren(std::move(ops))}));
-            clock += 1000000;
+            for (int i = 0; i < 2500; ++i) ops.push_back(opRecord(graph, i));
+            const uint64_t start = 1000 + graph * 1000000ull;
+            wide.chunk().message(MessageSpec(kExecute).graph("graph_" + std::to_string(graph))
+                .times(start, start + 900000)
+                .withEvents({EventSpec::u64("Accelerator", 800000, 1, 1).withChildren(std::move(ops))}));
         }
-        wide.writeTo(dir + "/wide.log");
+        wide.writeTo(std::string(argv[1]) + "/wide.log");
     } catch (const std::exception& error) {
         std::fprintf(stderr, "vek-test-client-logs: %s\n", error.what());
         return 1;

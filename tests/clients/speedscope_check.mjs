@@ -1,116 +1,130 @@
-// Opens traces in speedscope's static app, loaded from disk in headless
-// Chromium, the way a person does: "Browse", pick the file. Checks that each
+// speedscope's static app, loaded from disk in headless Chromium and driven
+// the way a person does: "Browse", pick the file, "n" for the next profile
+// (one per thread that holds slices). Run as a script, it checks that each
 // trace is imported without an error and that every thread that holds
 // slices becomes a profile whose flame chart draws (coloured pixels on a
-// screenshot). A trace without slices must be reported as empty, not refused.
+// screenshot); a trace without slices must be reported as empty, not refused.
 //
 //   node speedscope_check.mjs [--screenshots DIR] TRACE.json[.gz]...
 import fs from 'node:fs';
+import {createRequire} from 'node:module';
 import path from 'node:path';
+import {pathToFileURL} from 'node:url';
 import zlib from 'node:zlib';
-import {Chromium} from './chromium.mjs';
-import {colouredPixels, decodePng} from './png_pixels.mjs';
-import {importTrace, nextFrame, profileLine, refusedText, showNextProfile, speedscopeVersion,
-        until} from './speedscope_app.mjs';
+import {Chromium, sleep} from './chromium.mjs';
+
+const require = createRequire(import.meta.url);
+export const speedscopeVersion = require('speedscope/package.json').version;
+const app = path.join(path.dirname(require.resolve('speedscope/package.json')),
+                      'dist/release/index.html');
+export const refusedText = 'Something went wrong';
+
+async function until(what, condition) {
+  for (const deadline = Date.now() + 180000; ; await sleep(50)) {
+    const value = await condition();
+    if (value) return value;
+    if (Date.now() > deadline) throw new Error(`timed out waiting for ${what}`);
+  }
+}
+
+// Opens the app and picks `file` in it; resolves with the milliseconds the
+// import took, once the title names the file, the page shows refusedText or
+// `stopped()` says the page did something else (a dialog, an error).
+export async function importTrace(page, file, stopped = () => false) {
+  await page.send('Page.navigate', {url: `file://${app}`});
+  const input = 'document.querySelector("input[type=file]")';
+  await until('the app', () => page.evaluate(`!!${input}`));
+  const {result} = await page.send('Runtime.evaluate', {expression: input});
+  const started = Date.now();
+  await page.send('DOM.setFileInputFiles', {objectId: result.objectId, files: [path.resolve(file)]});
+  const title = `${path.basename(file)} - speedscope`;
+  await until('the import', async () => stopped() ||
+      (await page.evaluate('document.title')) === title ||
+      (await page.evaluate('document.body.innerText')).includes(refusedText));
+  return Date.now() - started;
+}
+
+// Shows every profile in turn ("n" for the next), calling `visit(name,
+// index)` once each is drawn; resolves with the number of profiles. The
+// toolbar's line names the profile shown, "(i/n)" at its end when there are more.
+export async function eachProfile(page, visit) {
+  const profileLine = () => page.evaluate(
+      'document.body.innerText.split("\\n").find((line) => /\\(pid \\d+/.test(line)) ?? ""');
+  let line = await until('the profile name', profileLine);
+  const count = Number(/\/(\d+)\)$/.exec(line)?.[1] ?? 1);
+  for (let index = 1; ; ++index) {
+    await page.evaluate('new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done)))');
+    await visit(line.replace(/ \(\d+\/\d+\)$/, ''), index);
+    if (index === count) return count;
+    for (const type of ['keyDown', 'keyUp']) {
+      await page.send('Input.dispatchKeyEvent', {type, key: 'n', code: 'KeyN', text: 'n'});
+    }
+    const previous = line;
+    line = await until('the next profile', async () => {
+      const next = await profileLine();
+      return next !== previous && next;
+    });
+  }
+}
 
 const kEmptyMessage = "Successfully imported profile, but it's empty!";
 const kToolbarHeight = 24;  // the chart is drawn below the toolbar
-const kDrawnPixels = 100;
 
-// The threads that hold slices, as speedscope names its profiles.
-function expectedProfiles(trace) {
-  const names = new Map();
-  const threads = new Set();
-  for (const event of trace.traceEvents) {
-    if (event.ph === 'M' && event.name === 'thread_name') names.set(`${event.pid}/${event.tid}`, event.args.name);
-    if (event.ph === 'X') threads.add(`${event.pid}/${event.tid}`);
-  }
-  return [...threads].map((thread) => names.get(thread));
-}
-
-async function check(page, file, screenshots) {
-  const bytes = fs.readFileSync(file);
+async function check(browser, page, file, screenshots) {
   // speedscope opens .json.gz files as they are; so does this check.
+  const bytes = fs.readFileSync(file);
   const trace = JSON.parse((file.endsWith('.gz') ? zlib.gunzipSync(bytes) : bytes).toString('utf8'));
-  const expected = expectedProfiles(trace);
-  const errors = [];
+  const threads = new Set(trace.traceEvents.filter((e) => e.ph === 'X').map((e) => `${e.pid}/${e.tid}`));
+  const problems = page.collectErrors();
   const dialogs = [];
-  page.on('Runtime.exceptionThrown', ({exceptionDetails: e}) =>
-    errors.push(e.exception?.description ?? e.text));
-  page.on('Runtime.consoleAPICalled', ({type, args}) => {
-    if (type === 'error' || type === 'assert') errors.push(args.map((a) => a.value ?? a.description).join(' '));
-  });
-  page.on('Log.entryAdded', ({entry}) => { if (entry.level === 'error') errors.push(entry.text); });
   page.on('Page.javascriptDialogOpening', ({message}) => {
     dialogs.push(message);
     page.send('Page.handleJavaScriptDialog', {accept: true}).catch(() => {});
   });
 
-  const importMs = await importTrace(page, file, () => dialogs.length || errors.length);
-
-  const problems = [];
+  const importMs = await importTrace(page, file, () => dialogs.length || problems.length);
   if (dialogs.length) {
-    const empty = dialogs.length === 1 && dialogs[0] === kEmptyMessage;
-    if (!empty || expected.length) problems.push(`said: ${dialogs.join(' | ')}`);
-    problems.push(...errors.map((e) => `error: ${e}`));
+    if (dialogs.join() !== kEmptyMessage || threads.size) problems.push(`said: ${dialogs.join(' | ')}`);
     return {summary: `imported in ${importMs} ms, reported "${dialogs.join(' | ')}"`, problems};
   }
   if ((await page.evaluate('document.body.innerText')).includes(refusedText)) {
-    problems.push(`showed "${refusedText}"`, ...errors.map((e) => `error: ${e}`));
+    problems.push(`showed "${refusedText}"`);
     return {summary: `refused after ${importMs} ms`, problems};
   }
-
-  // Every profile in turn ("n" shows the next), screenshot by screenshot.
   const drawn = [];
-  let line = await until('the profile name', () => profileLine(page));
-  const count = Number(/\/(\d+)\)$/.exec(line)?.[1] ?? 1);
-  for (let index = 1; index <= count; ++index) {
-    await nextFrame(page);
-    const shot = Buffer.from((await page.send('Page.captureScreenshot', {format: 'png'})).data, 'base64');
-    const pixels = colouredPixels(decodePng(shot), kToolbarHeight);
-    const name = line.replace(/ \(\d+\/\d+\)$/, '');
-    if (pixels < kDrawnPixels) problems.push(`profile "${name}" drew nothing`);
+  const count = await eachProfile(page, async (name, index) => {
+    const shot = await page.screenshot();
+    if (await browser.colouredPixels(shot, kToolbarHeight) < 100) problems.push(`profile "${name}" drew nothing`);
     drawn.push(name);
-    if (screenshots) {
-      fs.writeFileSync(path.join(screenshots, `${path.basename(file, '.json')}-${index}.png`), shot);
-    }
-    if (index === count) break;
-    line = await showNextProfile(page, line);
-  }
-  if (count !== expected.length) {
-    problems.push(`${count} profiles for the ${expected.length} threads that hold slices`);
-  }
+    if (screenshots) fs.writeFileSync(path.join(screenshots, `${path.basename(file, '.json')}-${index}.png`), shot);
+  });
+  if (count !== threads.size) problems.push(`${count} profiles for the ${threads.size} threads that hold slices`);
   for (const lane of ['Foreground', 'Background']) {
     if (!drawn.some((name) => name.includes(`, ${lane} (tid `))) problems.push(`no ${lane} profile`);
   }
-  problems.push(...errors.map((e) => `error: ${e}`));
-  return {summary: `imported in ${importMs} ms, drew ${drawn.length} profiles ` +
-                   `(${drawn[0]} ... ${drawn[drawn.length - 1]})`, problems};
+  return {summary: `imported in ${importMs} ms, drew ${count} profiles (${drawn[0]} ... ${drawn.at(-1)})`,
+          problems};
 }
 
-const args = process.argv.slice(2);
-let screenshots = null;
-if (args[0] === '--screenshots') {
-  screenshots = args[1];
-  args.splice(0, 2);
-  fs.mkdirSync(screenshots, {recursive: true});
-}
-const browser = await Chromium.launch();
-let failed = false;
-try {
-  for (const file of args) {
-    const label = `speedscope ${speedscopeVersion} in ${browser.version}: ${file}`;
-    try {
+async function main(args) {
+  const screenshots = args[0] === '--screenshots' ? args.splice(0, 2)[1] : null;
+  if (screenshots) fs.mkdirSync(screenshots, {recursive: true});
+  const browser = await Chromium.launch();
+  let failed = false;
+  try {
+    for (const file of args) {
+      const label = `speedscope ${speedscopeVersion} in ${browser.version}: ${file}`;
       const page = await browser.newPage();
-      const {summary, problems} = await check(page, file, screenshots).finally(() => page.close());
+      const {summary, problems} = await check(browser, page, file, screenshots)
+          .catch((error) => ({summary: 'stopped', problems: [error.message]}))
+          .finally(() => page.close());
       console.log(`${label}: ${summary}${problems.length ? `: FAILED: ${problems.join('; ')}` : ''}`);
       failed ||= problems.length > 0;
-    } catch (error) {
-      console.log(`${label}: FAILED: ${error.message}`);
-      failed = true;
     }
+  } finally {
+    await browser.close();
   }
-} finally {
-  await browser.close();
+  process.exit(failed ? 1 : 0);
 }
-process.exit(failed ? 1 : 0);
+
+if (import.meta.url === pathToFileURL(process.argv[1]).href) await main(process.argv.slice(2));

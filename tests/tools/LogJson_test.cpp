@@ -1,28 +1,22 @@
+// vek-profile-log: the log <-> JSON codec, and the tool run as a process
+// (decode, encode, check, trim).
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
-#include <sys/wait.h>
 
 #include <cmath>
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <limits>
 #include <random>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "LogJsonDecoder.h"
 #include "LogJsonEncoder.h"
 #include "profile_log_generated.h"
 #include "support/Golden.h"
-#include "support/LogWriter.h"
 #include "support/MemoryFile.h"
+#include "tools/ToolRun.h"
 
-namespace vek {
-namespace profiling {
+namespace vek::profiling {
 namespace {
 
 using namespace testlog;
@@ -32,34 +26,19 @@ struct Converted {
     std::string output;
 };
 
-Converted decode(const std::string& log) {
-    const MemoryFile in(log);
+// `convert` is decodeLog or encodeJson.
+template <typename Convert>
+Converted convert(Convert convert, const std::string& input) {
+    const MemoryFile in(input);
     std::ostringstream out;
-    Converted result;
-    result.status = decodeLog(in.get(), out);
-    result.output = out.str();
-    return result;
+    const ConversionStatus status = convert(in.get(), out);
+    return {status, out.str()};
 }
-
 Converted decode(const std::vector<uint8_t>& log) {
-    return decode(std::string(log.begin(), log.end()));
+    return convert(decodeLog, std::string(log.begin(), log.end()));
 }
-
-Converted encode(const std::string& json) {
-    const MemoryFile in(json);
-    std::ostringstream out;
-    Converted result;
-    result.status = encodeJson(in.get(), out);
-    result.output = out.str();
-    return result;
-}
-
-rapidjson::Document parse(const std::string& json) {
-    rapidjson::Document document;
-    document.Parse<rapidjson::kParseFullPrecisionFlag>(json.c_str(), json.size());
-    EXPECT_FALSE(document.HasParseError()) << json;
-    return document;
-}
+Converted decode(const std::string& log) { return convert(decodeLog, log); }
+Converted encode(const std::string& json) { return convert(encodeJson, json); }
 
 // Encodes `json` and decodes the log; encoding and decoding that JSON again
 // must give the same JSON. Returns the first decode.
@@ -68,13 +47,12 @@ std::string roundTrip(const std::string& json) {
     EXPECT_TRUE(log.status.ok()) << log.status.error;
     const Converted first = decode(log.output);
     EXPECT_TRUE(first.status.ok()) << first.status.error;
-    const Converted again = encode(first.output);
-    EXPECT_TRUE(again.status.ok()) << again.status.error;
-    EXPECT_EQ(decode(again.output).output, first.output);
+    EXPECT_EQ(decode(encode(first.output).output).output, first.output);
     return first.output;
 }
 
-const std::string kSamplePath = std::string(VEK_SOURCE_DIR) + "/examples/linting_sample.json";
+const std::string kSampleJson = std::string(VEK_SOURCE_DIR) + "/examples/linting_sample.json";
+const std::string kSampleLog = std::string(VEK_SAMPLE_DIR) + "/linting_sample.log";
 
 // A log from the test writer, not from the encoder, so that a field put in
 // the wrong slot in both directions still shows.
@@ -83,10 +61,8 @@ TEST(LogJsonDecode, WriterLogShowsEveryValueTypeAndLeavesAbsentFieldsOut) {
     log.chunk()
         .header(HeaderSpec{}.tool("vek-net-run", "v2.1").epoch(1718000000000000).scale(0.5f))
         .message(MessageSpec(kExecute).graph("g0").times(100, 250).visible(3).withEvents({
-            EventSpec::u64("Accelerator", 90, 1, 7)
-                .at(123)
-                .withChildren(
-                    {EventSpec::i64("delta", -5).withChildren({EventSpec::f32("ratio", 0.25f)})}),
+            EventSpec::u64("Accelerator", 90, 1, 7).at(123).withChildren(
+                {EventSpec::i64("delta", -5).withChildren({EventSpec::f32("ratio", 0.25f)})}),
             EventSpec::f64("precise", 1.0 / 3.0),
             EventSpec::text("label", "conv"),
             EventSpec::object("dump", {0, 7, 255}, "dump.bin"),
@@ -108,76 +84,59 @@ TEST(LogJsonDecode, CorruptChunkIsNamedByIndexAndOffset) {
     const std::string place = "chunk 1 at byte offset " + std::to_string(good.bytes().size());
     MessageSpec broken(kExecute);
     broken.omitStamp = true;
-    LogWriter missingStamp = good;
+    LogWriter missingStamp = good, badRoot = good, truncated = good;
     missingStamp.chunk().message(broken);
-    LogWriter badRoot = good;
     badRoot.rawChunk(std::vector<uint8_t>(16, 0xff));
-    LogWriter truncated = good;
     truncated.rawBytes({64, 0, 0, 0, 1, 2, 3});
-    const struct {
-        const LogWriter& log;
-        std::string errorStart;
-    } cases[] = {
-        {missingStamp, place + ": corrupt chunk of "},
-        {badRoot, place + ": corrupt chunk of 16 bytes: it fails the log verifier"},
-        {truncated,
+    const std::pair<const LogWriter*, std::string> cases[] = {
+        {&missingStamp, place + ": corrupt chunk of "},
+        {&badRoot, place + ": corrupt chunk of 16 bytes: it fails the log verifier"},
+        {&truncated,
          place + ": truncated chunk: its length field announces 64 bytes, but only 3 follow"},
     };
-    for (const auto& c : cases) {
-        const std::string error = decode(c.log.bytes()).status.error;
-        EXPECT_EQ(error.rfind(c.errorStart, 0), 0u) << error;
+    for (const auto& [log, errorStart] : cases) {
+        const std::string error = decode(log->bytes()).status.error;
+        EXPECT_EQ(error.rfind(errorStart, 0), 0u) << error;
     }
 
     // A cut-short length field ends the log, as the reader treats it.
-    LogWriter cutShort = good;
-    cutShort.rawBytes({5, 0});
-    const Converted result = decode(cutShort.bytes());
+    good.rawBytes({5, 0});
+    const Converted result = decode(good.bytes());
+    EXPECT_TRUE(result.status.ok()) << result.status.error;
     EXPECT_EQ(result.status.chunkCount, 1u);
     EXPECT_NE(result.status.warning.find("2 trailing byte(s)"), std::string::npos);
-    EXPECT_TRUE(result.status.ok()) << result.status.error;
 }
 
+// The sample, and the extremes of every integer width with keys present at their default value.
 TEST(LogJsonRoundTrip, SampleAndExtremeValuesComeBackUnchanged) {
-    const std::string sample = readFile(kSamplePath);
-    ASSERT_FALSE(sample.empty());
-    EXPECT_EQ(roundTrip(sample), sample);
-
-    // Extremes of every integer width, and keys present with their default value.
-    const std::string extremes = R"({"chunks": [{"header": {"timeScale": 0.0, "epochTimestamp": 0},
-        "messages": [{"methodType": 255, "visibility": -128,
-            "stamp": {"timestamp": 18446744073709551615, "sequence": 0},
-            "timing": {"startTime": 0, "endTime": 1, "reserved0": 2, "reserved1": 3, "reserved2": 4},
-            "events": [
-                {"int64Value": -9223372036854775808, "identifier": 4294967295, "valueType": -2147483648},
-                {"int64Value": 9223372036854775807, "uint64Value": 0, "unit": 0, "name": ""},
-                {"int64Value": -1, "subEvents": [], "bytesValue": [], "detail": "",
-                 "stringValue": "with \u0000 inside"}]}]}]})";
-    EXPECT_TRUE(parse(roundTrip(extremes)) == parse(extremes));
+    for (const std::string& path : {kSampleJson, goldenPath("tools/extreme_values.json")}) {
+        const std::string json = readFile(path);
+        ASSERT_FALSE(json.empty()) << path;
+        EXPECT_EQ(roundTrip(json), json) << path;
+    }
 }
 
 // NUL bytes are JSON escapes; bytes that are not UTF-8 are written as \xHH,
 // which only this tool reads back, so that such names are not lost.
 TEST(LogJsonRoundTrip, NamesWithNulBytesAndInvalidUtf8KeepTheirBytes) {
-    const std::string names[] = {
-        std::string("a\0b", 3),        "\xff\xfe", "caf\xc3\xa9", "\xf0\x9f\x98\x80",
-        "\xed\xa0\x80 lone surrogate", "\xc3"};
-    for (const std::string& name : names) {
+    for (const std::string& name : {std::string("a\0b", 3), std::string("\xff\xfe"),
+                                    std::string("caf\xc3\xa9"), std::string("\xf0\x9f\x98\x80"),
+                                    std::string("\xed\xa0\x80 lone surrogate"), std::string("\xc3")}) {
         SCOPED_TRACE(name);
         LogWriter log;
         log.chunk().message(
             MessageSpec(kExecute).graph(name).withEvents({EventSpec::u64(name, 1)}));
         const Converted json = decode(log.bytes());
-        ASSERT_TRUE(json.status.ok()) << json.status.error;
         const Converted encoded = encode(json.output);
-        ASSERT_TRUE(encoded.status.ok()) << encoded.status.error;
+        ASSERT_TRUE(json.status.ok() && encoded.status.ok()) << json.status.error << encoded.status.error;
         const auto* message = fb::GetLogChunk(encoded.output.data() + 4)->messages()->Get(0);
         EXPECT_EQ(message->graphName()->str(), name);
         EXPECT_EQ(message->events()->Get(0)->name()->str(), name);
     }
 }
 
-// Float fields go through their decimal text and back bit for bit. A zero is
-// not stored by the log writer; the sign of zero is checked below.
+// Float fields go through their decimal text and back bit for bit; values
+// that are not finite become strings. (The log writer stores no zero.)
 TEST(LogJsonRoundTrip, FloatsAndDoublesKeepTheirBits) {
     std::vector<float> floats = {0.1f, 1.0f, std::numeric_limits<float>::max(),
                                  std::numeric_limits<float>::denorm_min(), 16777216.0f};
@@ -195,7 +154,9 @@ TEST(LogJsonRoundTrip, FloatsAndDoublesKeepTheirBits) {
             doubles.push_back(d);
         }
     }
-    std::vector<EventSpec> events;
+    const float inf = std::numeric_limits<float>::infinity();
+    std::vector<EventSpec> events = {EventSpec::f32("a", std::nanf("")), EventSpec::f32("b", -inf),
+                                     EventSpec::f64("c", static_cast<double>(inf))};
     for (size_t i = 0; i < floats.size(); ++i) {
         events.push_back(EventSpec::f32("f", floats[i]));
         events.push_back(EventSpec::f64("d", doubles[i]));
@@ -204,14 +165,16 @@ TEST(LogJsonRoundTrip, FloatsAndDoublesKeepTheirBits) {
     log.chunk().message(MessageSpec(kExecute).withEvents(events));
     const std::string json = decode(log.bytes()).output;
     EXPECT_NE(json.find("\"floatValue\": 0.1\n"), std::string::npos);  // the shortest form
-    // The encoder reads each text back to the same bits ...
-    EXPECT_EQ(roundTrip(json), json);
-    // ... and the decoder wrote the logged values.
-    const rapidjson::Document doc = parse(json);
+    EXPECT_EQ(roundTrip(json), json);  // the encoder reads each text back to the same bits
+    rapidjson::Document doc;
+    ASSERT_FALSE(doc.Parse<rapidjson::kParseFullPrecisionFlag>(json.c_str()).HasParseError());
     const auto& decoded = doc["chunks"][0]["messages"][0]["events"];
-    for (rapidjson::SizeType i = 0; i < floats.size(); ++i) {
-        ASSERT_EQ(static_cast<float>(decoded[2 * i]["floatValue"].GetDouble()), floats[i]);
-        ASSERT_EQ(decoded[2 * i + 1]["doubleValue"].GetDouble(), doubles[i]);
+    EXPECT_STREQ(decoded[0]["floatValue"].GetString(), "NaN");
+    EXPECT_STREQ(decoded[1]["floatValue"].GetString(), "-Infinity");
+    EXPECT_STREQ(decoded[2]["doubleValue"].GetString(), "Infinity");
+    for (rapidjson::SizeType i = 0; i < floats.size(); ++i) {  // the logged values
+        ASSERT_EQ(static_cast<float>(decoded[3 + 2 * i]["floatValue"].GetDouble()), floats[i]);
+        ASSERT_EQ(decoded[3 + 2 * i + 1]["doubleValue"].GetDouble(), doubles[i]);
     }
 
     // A negative zero that is present keeps its sign.
@@ -222,29 +185,16 @@ TEST(LogJsonRoundTrip, FloatsAndDoublesKeepTheirBits) {
     EXPECT_NE(negativeZero.find("\"doubleValue\": -0.0\n"), std::string::npos) << negativeZero;
 }
 
-TEST(LogJsonRoundTrip, NonFiniteFloatsBecomeStrings) {
-    const float inf = std::numeric_limits<float>::infinity();
-    LogWriter log;
-    log.chunk().message(MessageSpec(kExecute).withEvents(
-        {EventSpec::f32("a", std::nanf("")), EventSpec::f32("b", -inf),
-         EventSpec::f64("c", std::numeric_limits<double>::infinity())}));
-    const std::string json = decode(log.bytes()).output;
-    const rapidjson::Document doc = parse(json);
-    const auto& events = doc["chunks"][0]["messages"][0]["events"];
-    EXPECT_STREQ(events[0]["floatValue"].GetString(), "NaN");
-    EXPECT_STREQ(events[1]["floatValue"].GetString(), "-Infinity");
-    EXPECT_STREQ(events[2]["doubleValue"].GetString(), "Infinity");
-    EXPECT_EQ(roundTrip(json), json);
-}
-
 TEST(LogJsonEncode, RefusalsNameThePlaceAndTheReason) {
     const std::string message = R"({"chunks": [{"messages": [{"stamp": {}, "timing": {})";
     auto withField = [&](const std::string& field) { return message + ", " + field + "}]}]}"; };
     auto withEvent = [&](const std::string& e) { return withField("\"events\": [" + e + "]"); };
-    const struct {
-        std::string json;
-        std::string error;  // a part of the message
-    } cases[] = {
+    const auto nested = [&](int levels) {
+        std::string events;
+        for (int i = 0; i < levels; ++i) events.insert(0, "{\"subEvents\": [").append("]}");
+        return withEvent(events);
+    };
+    const std::pair<std::string, std::string> cases[] = {  // the JSON, a part of the message
         // The framing.
         {R"({"chunks": {}})", "line 1, column 12: expected {\"chunks\": [ at the start"},
         {R"({"chunks": [})", "line 1, column 13: expected a chunk object"},
@@ -268,67 +218,102 @@ TEST(LogJsonEncode, RefusalsNameThePlaceAndTheReason) {
         {withEvent(R"({"name": 5})"), "expecting: string constant instead got: integer constant"},
         {withEvent(R"({"unit": 1, "unit": 2})"), "field set more than once: unit"},
         {withEvent(R"({"name": "\ud800"})"), "illegal Unicode sequence"},
+        // Event nesting stops where the log verifier does.
+        {nested(63), "maximum parsing depth"},
     };
-    for (const auto& c : cases) {
-        const std::string error = encode(c.json).status.error;
-        EXPECT_NE(error.find(c.error), std::string::npos) << c.json << "\n" << error;
+    for (const auto& [json, error] : cases) {
+        const Converted result = encode(json);
+        EXPECT_NE(result.status.error.find(error), std::string::npos) << json << "\n" << result.status.error;
     }
-}
-
-TEST(LogJsonEncode, EventNestingStopsWhereTheVerifierDoes) {
-    const auto nested = [](int levels) {
-        std::string events;
-        for (int i = 0; i < levels; ++i) events += "{\"subEvents\": [";
-        for (int i = 0; i < levels; ++i) events += "]}";
-        return R"({"chunks": [{"messages": [{"stamp": {}, "timing": {}, "events": [)" + events +
-               "]}]}]}";
-    };
     const Converted deepest = encode(nested(62));
     ASSERT_TRUE(deepest.status.ok()) << deepest.status.error;
     EXPECT_TRUE(decode(deepest.output).status.ok());
-    EXPECT_NE(encode(nested(63)).status.error.find("maximum parsing depth"), std::string::npos);
 }
 
-// Runs the tool; returns its exit status and leaves stderr in `errors`.
-int runTool(const std::string& arguments, const TempDir& dir, std::string& errors) {
-    const std::string command = std::string(VEK_PROFILE_LOG_TOOL) + " " + arguments + " >" +
-                                dir.file("stdout.txt") + " 2>" + dir.file("stderr.txt");
-    const int status = std::system(command.c_str());
-    errors = readFile(dir.file("stderr.txt"));
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-TEST(LogJsonTool, ExitStatusesAndMessages) {
-    TempDir dir;
-    std::string errors;
-    EXPECT_EQ(runTool("--help", dir, errors), 0);
-    EXPECT_NE(readFile(dir.file("stdout.txt")).find("Usage: vek-profile-log decode"),
-              std::string::npos);
-    for (const char* usage : {"", "decode a b", "--frobnicate decode a"}) {
-        EXPECT_EQ(runTool(usage, dir, errors), 2) << usage;
+class LogToolTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        LogWriter().rawBytes({sample_.begin(), sample_.end()}).writeTo(dir_.file("whole.log"));
+        // Cut 100 bytes into the last (third) chunk.
+        for (size_t chunk = 0; chunk < 2; ++chunk) lastChunk_ += 4 + lengthAt(lastChunk_);
+        LogWriter().rawBytes({sample_.begin(), sample_.begin() + lastChunk_ + 100}).writeTo(dir_.file("cut.log"));
+        LogWriter().rawBytes({'{', '"', 'a', '"', ':', '1', '}'}).writeTo(dir_.file("trace.json"));
+        LogWriter().writeTo(dir_.file("empty.log"));
+        std::filesystem::create_directory(dir_.file("dir"));
+        std::ofstream(dir_.file("bad.json")) << R"({"chunks": [{}, {"messages": [{"stamp": {}}]}]})";
     }
-    EXPECT_EQ(runTool("encode in.json", dir, errors), 2);
-    EXPECT_NE(errors.find("encode needs an output file"), std::string::npos);
+    uint32_t lengthAt(size_t offset) const {
+        uint32_t length;
+        std::memcpy(&length, sample_.data() + offset, 4);  // little-endian, as the machines here
+        return length;
+    }
+    testtools::ToolRun run(const std::string& arguments) {
+        return testtools::runTool(dir_, VEK_PROFILE_LOG_TOOL, arguments);
+    }
+    const std::string sample_ = readFile(kSampleLog);
+    size_t lastChunk_ = 0;
+    TempDir dir_;
+};
 
-    const std::string logPath = dir.file("sample.log");
-    ASSERT_EQ(runTool("encode --output=" + logPath + " " + kSamplePath, dir, errors), 0) << errors;
-    EXPECT_EQ(runTool("decode " + logPath + " -o " + dir.file("sample.json"), dir, errors), 0);
-    EXPECT_EQ(readFile(dir.file("sample.json")), readFile(kSamplePath));
-    EXPECT_EQ(runTool("decode - < " + logPath, dir, errors), 0);
-    EXPECT_EQ(readFile(dir.file("stdout.txt")), readFile(kSamplePath));
+TEST_F(LogToolTest, ExitStatusesAndMessages) {
+    const std::string prefix = std::to_string(lastChunk_);
+    const std::string cutShort = "chunk 2 at byte offset " + prefix + ": cut short: its length field "
+                                 "announces " + std::to_string(lengthAt(lastChunk_)) + " bytes, only 96 are there";
+    const struct {
+        std::string arguments;
+        int status;
+        std::string out;  // all of standard output
+        std::string err;  // a part of standard error; "" when it must be empty
+    } cases[] = {
+        {"", 2, "", "missing command (decode, encode, check or trim)"},
+        {"decode a b", 2, "", "unexpected argument 'b'"},
+        {"--frobnicate decode a", 2, "", "unknown option '--frobnicate'"},
+        {"encode in.json", 2, "", "encode needs an output file"},
+        {"trim cut.log", 2, "", "trim needs an output file (-o)"},
+        {"check whole.log", 0, "whole.log: 3 chunks and 13 messages, " + std::to_string(sample_.size()) +
+         " bytes: every chunk is whole and valid\n", ""},
+        {"check cut.log", 1, "cut.log: " + cutShort + " (2 chunks and 9 messages before it)\n"
+         "cut.log: 1 problem; the first 2 chunks and 9 messages (" + prefix + " bytes) are whole and valid\n", ""},
+        {"check trace.json", 1,
+         "trace.json: not a profile log: it starts like JSON text, not with a chunk length\n", ""},
+        {"check empty.log", 1, "", "vek-profile-log: empty.log: is empty, not a profile log\n"},
+        {"check dir", 1, "", "vek-profile-log: dir: is a directory, not a profile log\n"},
+        {"check absent.log", 1, "", "vek-profile-log: absent.log: no such file\n"},
+        // A full disk is a failure, not a short file presented as success.
+        {"decode whole.log -o /dev/full", 1, "", "No space left on device"},
+        {"encode bad.json -o bad.log", 1, "", "required field is missing: timing"},
+        {"trim trace.json -o out.log", 1, "", "not a profile log"},
+        {"trim cut.log -o cut.log", 1, "", "cut.log"},
+        {"trim cut.log -o trimmed.log", 0, "", "vek-profile-log: cut.log: kept the first 2 chunks "
+         "and 9 messages (" + prefix + " bytes); dropped from " + cutShort + "\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        const testtools::ToolRun result = run(c.arguments);
+        EXPECT_EQ(result.status, c.status);
+        EXPECT_EQ(result.out, c.out);
+        EXPECT_TRUE(c.err.empty() ? result.err.empty() : result.err.find(c.err) != std::string::npos)
+            << result.err;
+    }
+    // A refused output leaves no file behind, and an input is never written over.
+    EXPECT_FALSE(std::filesystem::exists(dir_.file("bad.log")));
+    EXPECT_FALSE(std::filesystem::exists(dir_.file("out.log")));
+    EXPECT_EQ(readFile(dir_.file("cut.log")).size(), lastChunk_ + 100);
+    EXPECT_EQ(readFile(dir_.file("trimmed.log")), sample_.substr(0, lastChunk_));
+    EXPECT_EQ(run("check trimmed.log").status, 0);
+    const testtools::ToolRun help = run("--help");
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.out.find("Usage: vek-profile-log decode"), std::string::npos);
+}
 
-    // A full disk is a failure, not a short file presented as success.
-    EXPECT_EQ(runTool("decode " + logPath + " -o /dev/full", dir, errors), 1);
-    EXPECT_NE(errors.find("No space left on device"), std::string::npos) << errors;
-
-    // A refused encode leaves no output file behind.
-    std::ofstream(dir.file("bad.json")) << R"({"chunks": [{}, {"messages": [{"stamp": {}}]}]})";
-    EXPECT_EQ(runTool("encode " + dir.file("bad.json") + " -o " + dir.file("bad.log"), dir, errors),
-              1);
-    EXPECT_NE(errors.find("required field is missing: timing"), std::string::npos) << errors;
-    EXPECT_FALSE(std::filesystem::exists(dir.file("bad.log")));
+TEST_F(LogToolTest, DecodeAndEncodeFilesAndStreams) {
+    ASSERT_EQ(run("encode --output=sample.log '" + kSampleJson + "'").status, 0);
+    ASSERT_EQ(run("decode sample.log -o sample.json").status, 0);
+    EXPECT_EQ(readFile(dir_.file("sample.json")), readFile(kSampleJson));
+    EXPECT_EQ(run("decode - < sample.log").out, readFile(kSampleJson));
+    EXPECT_EQ(run("trim whole.log -o copy.log").status, 0);
+    EXPECT_EQ(readFile(dir_.file("copy.log")), sample_);
 }
 
 }  // namespace
-}  // namespace profiling
-}  // namespace vek
+}  // namespace vek::profiling

@@ -1,107 +1,114 @@
-// The output writer the tools share: whole files or none, appends that copy
-// the earlier file, gzip that any gzip reader takes back.
+// What the tools share: the output writer (whole files or none, appends that
+// copy the earlier file, gzip that any gzip reader takes back) and the kernel
+// fence of the command line, tried in a child process (it cannot be lifted
+// once raised).
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <zlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
-#include <string>
 
 #include "OutputFile.h"
+#include "WriteConfinement.h"
+
 #include "support/LogWriter.h"
 
-namespace vek {
-namespace tools {
+namespace vek::tools {
 namespace {
 
 using profiling::testlog::readFile;
 using profiling::testlog::TempDir;
 
-// What any gzip reader makes of a file: members are read one after another.
-std::string gunzip(const std::string& path) {
-    gzFile file = gzopen(path.c_str(), "rb");
-    std::string text;
-    char block[4096];
-    int got = 0;
-    while ((got = gzread(file, block, sizeof block)) > 0) text.append(block, static_cast<size_t>(got));
-    gzclose(file);
-    return text;
-}
-
 bool writeWhole(const std::string& path, OutputFile::Mode mode, const std::string& text) {
     std::string error;
     auto output = OutputFile::open(path, mode, error);
-    if (!output) return false;
-    output->stream() << text;
-    return output->commit(error);
+    if (output) output->stream() << text;
+    return output && output->commit(error);
 }
 
 TEST(OutputFileTest, ReplacesAppendsAndCompressesWholeFiles) {
     TempDir dir;
-    // Large enough to pass through the buffer more than once.
-    const std::string big(3 * 1024 * 1024 + 17, 'x');
-    struct Case {
+    const std::string big(3 * 1024 * 1024 + 17, 'x');  // through the buffer more than once
+    using Mode = OutputFile::Mode;
+    const struct {
         const char* name;
-        OutputFile::Mode mode;
-        std::string earlier;  // empty: no earlier file
-        std::string written;
+        std::vector<std::pair<Mode, std::string>> writes;  // in turn
         std::string expected;  // as read back (gunzipped for .gz)
+    } cases[] = {
+        {"plain.txt", {{Mode::kReplace, "old"}, {Mode::kReplace, "new\n"}}, "new\n"},
+        {"appended.csv", {{Mode::kReplace, "a,b\n"}, {Mode::kAppend, "c,d\n"}}, "a,b\nc,d\n"},
+        {"fresh.csv", {{Mode::kAppend, "c,d\n"}}, "c,d\n"},
+        {"big.json.gz", {{Mode::kReplace, "old"}, {Mode::kReplace, big}}, big},
+        {"empty.json.gz", {{Mode::kReplace, ""}}, ""},
+        // Two members that read as one text.
+        {"rows.csv.gz", {{Mode::kAppend, "1\n"}, {Mode::kAppend, "2\n"}}, "1\n2\n"},
     };
-    const std::vector<Case> cases = {
-        {"plain.txt", OutputFile::Mode::kReplace, "old", "new\n", "new\n"},
-        {"appended.csv", OutputFile::Mode::kAppend, "a,b\n", "c,d\n", "a,b\nc,d\n"},
-        {"fresh.csv", OutputFile::Mode::kAppend, "", "c,d\n", "c,d\n"},
-        {"big.json.gz", OutputFile::Mode::kReplace, "", big, big},
-        {"empty.json.gz", OutputFile::Mode::kReplace, "", "", ""},
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const std::string path = dir.file(c.name);
-        if (!c.earlier.empty()) std::ofstream(path) << c.earlier;
-        ASSERT_TRUE(writeWhole(path, c.mode, c.written));
-        const bool compressed = OutputFile::isCompressedName(path);
-        EXPECT_EQ(compressed ? gunzip(path) : readFile(path), c.expected);
-        if (compressed) {
-            EXPECT_EQ(std::system(("gzip -t '" + path + "'").c_str()), 0);
+        for (const auto& [mode, text] : c.writes) ASSERT_TRUE(writeWhole(path, mode, text));
+        // What gzip makes of a compressed file: members are read one after another.
+        if (OutputFile::isCompressedName(path)) {
+            ASSERT_EQ(std::system(("gzip -dc '" + path + "' > '" + path + ".txt'").c_str()), 0);
         }
+        EXPECT_EQ(readFile(OutputFile::isCompressedName(path) ? path + ".txt" : path), c.expected);
     }
-    // A gzip file appended to holds two members that read as one text.
-    const std::string csvGz = dir.file("rows.csv.gz");
-    ASSERT_TRUE(writeWhole(csvGz, OutputFile::Mode::kAppend, "1\n"));
-    ASSERT_TRUE(writeWhole(csvGz, OutputFile::Mode::kAppend, "2\n"));
-    EXPECT_EQ(gunzip(csvGz), "1\n2\n");
 }
 
+// An output dropped before commit leaves the earlier file; one refused leaves nothing.
 TEST(OutputFileTest, DroppedOrRefusedOutputLeavesTheEarlierFile) {
     TempDir dir;
     const std::string path = dir.file("trace.json");
     std::ofstream(path) << "earlier";
     chmod(path.c_str(), 0640);
-    {
-        std::string error;
-        auto output = OutputFile::open(path, OutputFile::Mode::kReplace, error);
-        ASSERT_TRUE(output);
-        output->stream() << "never committed";
-    }
+    std::string error;
+    OutputFile::open(path, OutputFile::Mode::kReplace, error)->stream() << "never committed";
     EXPECT_EQ(readFile(path), "earlier");
-    // A replaced file keeps its permissions.
     ASSERT_TRUE(writeWhole(path, OutputFile::Mode::kReplace, "later"));
     struct stat status {};
-    stat(path.c_str(), &status);
-    EXPECT_EQ(status.st_mode & 0777, 0640u);
+    EXPECT_TRUE(stat(path.c_str(), &status) == 0 && (status.st_mode & 0777) == 0640);  // kept
+    for (const auto& [output, message] : {std::pair(dir.file("missing/out.json"), "No such file or directory"),
+                                          std::pair(dir.path(), "Is a directory")}) {
+        EXPECT_FALSE(OutputFile::open(output, OutputFile::Mode::kReplace, error));
+        EXPECT_EQ(error, message);
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
+}
 
-    std::string error;
-    EXPECT_FALSE(OutputFile::open(dir.file("missing/out.json"), OutputFile::Mode::kReplace, error));
-    EXPECT_EQ(error, "No such file or directory");
-    EXPECT_FALSE(OutputFile::open(dir.path(), OutputFile::Mode::kReplace, error));
-    EXPECT_EQ(error, "Is a directory");
-    // Nothing but the file itself is left in the directory.
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()),
-                            std::filesystem::directory_iterator()),
-              1);
+bool canWrite(const std::string& path) {
+    std::ofstream file(path);
+    return file.is_open() && (file << "x") && (file.close(), !file.fail());
+}
+
+TEST(WriteConfinement, AllowsWritesOnlyWhereItWasToldTo) {
+    TempDir dir;
+    std::filesystem::create_directories(dir.file("allowed/sub"));
+    std::filesystem::create_directories(dir.file("denied"));
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        std::string error;
+        const Confinement result = confineWritesTo({dir.file("allowed"), "/dev/null"}, error);
+        if (result == Confinement::kUnavailable) _exit(77);
+        // Bit by bit: which writes went through.
+        const int outcome = (result == Confinement::kConfined ? 1 : 0) |
+                            (canWrite(dir.file("allowed/sub/a.txt")) ? 2 : 0) |
+                            (canWrite("/dev/null") ? 4 : 0) |
+                            (canWrite(dir.file("denied/b.txt")) ? 8 : 0) |
+                            (canWrite(dir.file("c.txt")) ? 16 : 0) |
+                            (std::rename(dir.file("allowed/sub/a.txt").c_str(),
+                                         dir.file("denied/a.txt").c_str()) == 0 ? 32 : 0);
+        _exit(outcome);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "this kernel has no Landlock";
+    EXPECT_EQ(WEXITSTATUS(status), 1 | 2 | 4);
+    EXPECT_TRUE(std::filesystem::is_empty(dir.file("denied")));
 }
 
 }  // namespace
-}  // namespace tools
-}  // namespace vek
+}  // namespace vek::tools

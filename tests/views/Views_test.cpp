@@ -1,0 +1,304 @@
+// The views: the figures collected from a log, the comparison of two, the
+// tables' formats, the top and diff views of the bundled samples as the
+// README shows them, and the HTML report, also as headless Chromium opens it.
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+
+#include <fstream>
+#include <limits>
+#include <sstream>
+
+#include "VekChrometraceProfilingReader.h"
+#include "reader/VekProfileLogReader.h"
+#include "support/Golden.h"
+#include "support/LogWriter.h"
+#include "views/HtmlReport.h"
+#include "views/LogComparison.h"
+#include "views/LogFigureCollector.h"
+#include "views/DiffView.h"
+#include "views/TableWriters.h"
+#include "views/TopView.h"
+#include "views/Utf8Text.h"
+
+namespace vek::profiling {
+namespace {
+
+using namespace testlog;
+using Lines = std::vector<std::string>;
+
+// The path is the file name alone, so that texts do not depend on the build directory.
+LogFigures figuresOf(const std::string& path, const std::string& name) {
+    VekProfileLogReader reader(path, VisibilityLevel(127));
+    EXPECT_TRUE(reader.loadLog(false)) << path;
+    LogFigures figures = collectFigures(reader);
+    figures.logPath = name;
+    return figures;
+}
+LogFigures sampleFigures(const std::string& name) {
+    return figuresOf(VEK_SAMPLE_DIR "/" + name, name);
+}
+
+EventSpec op(const std::string& name, uint64_t us, std::vector<EventSpec> linting = {}) {
+    EventSpec record = EventSpec::u64(name, us, 1, 404);
+    return linting.empty() ? record : record.withChildren(std::move(linting));
+}
+
+MessageSpec execution(const std::string& graph, uint64_t netRun, uint64_t accelerator,
+                      std::vector<EventSpec> ops) {
+    return MessageSpec(kExecute).graph(graph).times(1000, 1000 + netRun).withEvents({
+        EventSpec::u64("Accelerator", accelerator).withChildren(std::move(ops)),
+        EventSpec::u64("Host overhead", 7),  // holds no ops: not accelerator time
+    });
+}
+
+std::string text(const std::optional<uint64_t>& value) { return value ? std::to_string(*value) : "-"; }
+
+TEST(LogFigureCollectorTest, ReadsOpsFromTheSummariesWithTheMergesFirstMatchRule) {
+    TempDir dir;
+    LogWriter log;
+    log.chunk()
+        .message(execution("g", 100, 90, {op("conv", 40, {EventSpec::u64("wait", 5, 1, 5001),
+                                                          EventSpec::u64("bg", 30, 1, 5002)}),
+                                          op("conv", 20), op("relu", 10)}))
+        .message(execution("g", 300, 250, {op("conv", 100), op("conv", 50), op("relu", 60), op("pool", 30)}))
+        .message(execution("g", 50, 45, {op("conv", 30), op("relu", 9)}))
+        .message(execution("idle", 0, 0, {}));
+    log.writeTo(dir.file("run.log"));
+    const LogFigures figures = figuresOf(dir.file("run.log"), "run.log");
+    ASSERT_EQ(figures.graphs.size(), 2u);
+    const GraphFigures& g = figures.graphs[0];
+    EXPECT_EQ(std::to_string(g.executionCount) + " runs " + std::to_string(g.netRunAverageUs) + "/" +
+              text(g.netRunMinimumUs) + "/" + std::to_string(g.netRunMaximumUs), "3 runs 150/50/300");
+    EXPECT_EQ(g.acceleratorUs, (90u + 250 + 45) / 3);
+    // Every later "conv" joins the first one in the average, and both find
+    // the first "conv" of the slowest (300) and fastest (50) executions.
+    Lines ops;
+    for (const OpFigures& o : g.ops) {
+        ops.push_back(o.name + " " + std::to_string(o.averageUs) + "/" + text(o.minimumUs) + "/" +
+                      text(o.maximumUs) + " wait " + text(o.waitUs) + " bg " + text(o.backgroundUs) +
+                      " " + text(o.waitBackgroundUs));
+    }
+    EXPECT_EQ(ops, (Lines{"conv 55/30/100 wait 5 bg 30 -", "conv 20/30/100 wait - bg - -",
+                          "relu 26/9/60 wait - bg - -", "pool 30/-/30 wait - bg - -"}));
+    // A graph whose executions all took 0 us has no minimum and no ops.
+    const GraphFigures& idle = figures.graphs[1];
+    EXPECT_TRUE(idle.executionCount == 1 && !idle.netRunMinimumUs && idle.ops.empty() && idle.acceleratorUs == 0);
+}
+
+GraphFigures graph(const std::string& name, uint64_t netRun,
+                   std::vector<std::pair<std::string, uint64_t>> ops = {}) {
+    GraphFigures result;
+    result.graphName = name;
+    result.netRunAverageUs = netRun;
+    for (auto& [opName, us] : ops) {
+        result.ops.emplace_back().name = opName;
+        result.ops.back().averageUs = us;
+    }
+    return result;
+}
+
+const char* kindName(ChangeKind kind) {
+    return kind == ChangeKind::Added ? "added" : kind == ChangeKind::Removed ? "removed" : "";
+}
+
+// "name kind base->new delta percent" per op, in the diff's order.
+Lines opLines(const GraphChange& change) {
+    Lines lines;
+    for (const OpChange& op : change.ops) {
+        lines.push_back(op.name + " " + kindName(op.kind) + " " + std::to_string(op.baseUs) +
+                        "->" + std::to_string(op.newUs) + " " + std::to_string(op.deltaUs) +
+                        (op.percent ? " " + std::to_string(static_cast<int>(*op.percent)) : ""));
+    }
+    return lines;
+}
+
+TEST(LogComparisonTest, OpsMatchByNameAndOccurrenceAndSortByAbsoluteDelta) {
+    const struct {
+        const char* what;
+        GraphFigures base, changed;
+        Lines expected;
+    } cases[] = {
+        {"the n-th op of a name matches the n-th", graph("g", 1, {{"a", 10}, {"a", 20}, {"b", 5}}),
+         graph("g", 1, {{"a", 12}, {"a", 30}, {"a", 7}}),
+         {"a  20->30 10 50", "a added 0->7 7", "b removed 5->0 -5 -100", "a  10->12 2 20"}},
+        {"equal deltas keep the base order, added ops after",
+         graph("g", 1, {{"x", 4}, {"y", 4}}), graph("g", 1, {{"z", 4}, {"y", 0}}),
+         {"x removed 4->0 -4 -100", "y  4->0 -4 -100", "z added 0->4 4"}},
+        {"no percentage from a base of 0", graph("g", 1, {{"a", 0}}), graph("g", 1, {{"a", 9}}),
+         {"a  0->9 9"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        LogFigures base, changed;
+        base.graphs = {c.base};
+        changed.graphs = {c.changed};
+        const LogDiff diff = compareFigures(base, changed);
+        ASSERT_EQ(diff.graphs.size(), 1u);
+        EXPECT_EQ(opLines(diff.graphs[0]), c.expected);
+    }
+}
+
+TEST(LogComparisonTest, GraphsMissingOnOneSideAreAddedOrRemovedAndNeverSlower) {
+    LogFigures base, changed;
+    base.graphs = {graph("x", 100, {{"a", 1}}), graph("y", 100)};
+    changed.graphs = {graph("y", 111), graph("z", 900, {{"b", 2}})};
+    const LogDiff diff = compareFigures(base, changed);
+    Lines graphs;
+    for (const GraphChange& change : diff.graphs) graphs.push_back(change.graphName + kindName(change.kind));
+    EXPECT_EQ(graphs, (Lines{"xremoved", "y", "zadded"}));
+    EXPECT_EQ(opLines(diff.graphs[0]), Lines{"a removed 1->0 -1 -100"});
+    EXPECT_FALSE(diff.graphs[2].percent);
+    EXPECT_EQ(graphsSlowerBy(diff, 10.0), Lines{"y"});  // never an added graph
+    // Deltas are held within the signed range.
+    constexpr uint64_t kMax = std::numeric_limits<uint64_t>::max();
+    EXPECT_EQ(signedDelta(0, kMax), std::numeric_limits<int64_t>::max());
+    EXPECT_EQ(signedDelta(kMax, 0), -std::numeric_limits<int64_t>::max());
+    EXPECT_EQ(signedDelta(7, 5), -2);
+}
+
+// Names with the characters that each format must escape or repair.
+LogFigures hostileFigures(uint64_t scale) {
+    LogFigures figures;
+    figures.graphs = {graph("g,\"1\"", 100 * scale)};
+    figures.graphs[0].acceleratorUs = 90 * scale;
+    uint64_t us = 7;
+    for (const char* name : {"plain", "with, comma", "with \"quotes\"", "two\nlines", "bad \xff utf-8"}) {
+        OpFigures& op = figures.graphs[0].ops.emplace_back();
+        op.name = name;
+        op.averageUs = (us += 11) * scale;
+        op.waitUs = us / 3;
+    }
+    return figures;
+}
+
+// In the text view such names stay on their line, aligned by their width;
+// CSV quotes them and JSON escapes them, both as valid UTF-8.
+TEST(TableWritersTest, NamesFromTheLogKeepEachFormatsRules) {
+    EXPECT_EQ(printableText(std::string("a\nb\x01\x7f", 5)), "a\\nb\\x01\\x7f");
+    EXPECT_EQ(displayWidth("\xC3\xA9\xE2\x82\xAC" "a"), 3u);
+    const LogDiff diff = compareFigures(hostileFigures(1), hostileFigures(3));
+    std::ostringstream all;
+    writeTextTable(topTable(hostileFigures(1), TopViewOptions{}), all);
+    for (const Table& table : {topTable(hostileFigures(1), TopViewOptions{}), diffTable(diff, DiffViewOptions{})}) {
+        std::ostringstream json;
+        all << "\n== " << table.view << " as CSV\n";
+        writeCsvTable(table, all);
+        writeJsonTable(table, json);
+        rapidjson::Document parsed;
+        EXPECT_FALSE(parsed.Parse(json.str().c_str()).HasParseError()) << json.str();
+        all << "== " << table.view << " as JSON\n" << json.str();
+    }
+    EXPECT_TRUE(matchesGolden(all.str(), "views/hostile_tables.txt"));
+}
+
+TEST(SampleViewsTest, TopAndDiffViewsAndTheReportsDrawings) {
+    const LogFigures base = sampleFigures("linting_sample.log");
+    const LogDiff changes = compareLogFigures(base, sampleFigures("linting_sample_changed.log"));
+    std::ostringstream top, topByName, diff, diffAbove;
+    TopViewOptions byName;
+    byName.order = TopOrder::Name;
+    byName.limit = 3;
+    byName.graphs = {"yolo_tiny"};
+    DiffViewOptions above;
+    above.thresholdPercent = 5.0;
+    ASSERT_TRUE(writeTopView(base, TopViewOptions{}, top) && writeTopView(base, byName, topByName));
+    ASSERT_TRUE(writeDiffView(changes, DiffViewOptions{}, diff) && writeDiffView(changes, above, diffAbove));
+    EXPECT_TRUE(matchesGolden(top.str(), "views/top_sample.txt"));
+    EXPECT_TRUE(matchesGolden(topByName.str(), "views/top_sample_by_name.txt"));
+    EXPECT_TRUE(matchesGolden(diff.str(), "views/diff_sample.txt"));
+    EXPECT_TRUE(matchesGolden(diffAbove.str(), "views/diff_sample_threshold.txt"));
+    EXPECT_TRUE(matchesGolden(graphDrawings(base.graphs.at(0)), "views/report_sample_drawings.html"));
+}
+
+LogFigures wideFigures() {
+    LogFigures figures;
+    figures.graphs = {graph("wide", 0)};
+    GraphFigures& wide = figures.graphs[0];
+    for (size_t i = 0; i < 2000; ++i) {
+        OpFigures& op = wide.ops.emplace_back();
+        op.name = "op_" + std::to_string(i);
+        op.averageUs = 1 + i % 97;
+        op.waitUs = i % 3;
+        op.backgroundUs = i % 5;
+        wide.acceleratorUs += op.averageUs;
+    }
+    wide.netRunAverageUs = wide.acceleratorUs + 100;
+    wide.netRunMinimumUs = wide.netRunAverageUs - 50;
+    wide.netRunMaximumUs = wide.netRunAverageUs + 50;
+    return figures;
+}
+
+std::string page(const LogFigures& figures) {
+    std::ostringstream html;
+    EXPECT_TRUE(writeHtmlReport(figures, html));
+    return html.str();
+}
+
+size_t count(const std::string& text, const std::string& part) {
+    size_t found = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++found;
+    return found;
+}
+
+TEST(HtmlReportTest, TextFromTheLogIsEscapedAndWideGraphsStayWhole) {
+    LogFigures figures = wideFigures();
+    figures.logPath = "/logs/<run>.log";
+    figures.graphs[0].graphName = "<script>&\"'\xff";
+    figures.graphs[0].ops[0].name = "a</title><b>";
+    const std::string html = page(figures);
+    EXPECT_EQ(html.find("<script>&"), std::string::npos);
+    EXPECT_NE(html.find("&lt;script&gt;&amp;&quot;&#39;\xEF\xBF\xBD"), std::string::npos);
+    EXPECT_EQ(html.find("a</title><b>"), std::string::npos);
+    EXPECT_EQ(count(html, "<script>"), 1u);  // the report's own
+    // The timeline draws every op; the chart and the table keep the first ones.
+    EXPECT_EQ(count(html, "<rect class=\"op c"), 2000u);
+    EXPECT_EQ(count(html, "<rect class=\"bar\""), 3u + kReportChartOps);
+    EXPECT_EQ(count(html, "<tr><td"), kReportTableOps);
+    EXPECT_NE(html.find("1950 more ops are not listed"), std::string::npos);
+}
+
+// The page with `addition` just before its end, and without its content
+// security policy when `dropPolicy`.
+std::string broken(std::string html, const std::string& addition, bool dropPolicy) {
+    const size_t policy = html.find("<meta http-equiv=\"Content-Security-Policy\"");
+    if (dropPolicy && policy != std::string::npos) html.erase(policy, html.find('>', policy) + 1 - policy);
+    return html.insert(html.rfind("</body>"), addition);
+}
+
+// The sample's report and a 2,000-op one open in headless Chromium
+// (tests/clients/report_check.mjs) without a problem, and each broken page
+// shows the problem it was broken with.
+TEST(HtmlReportTest, OpensInABrowserWithoutErrorsOrRequests) {
+    if (std::system("command -v node > /dev/null && { [ -n \"$CHROMIUM\" ] || "
+                    "command -v chromium || command -v chromium-browser; } > /dev/null") != 0) {
+        GTEST_SKIP() << "Chromium or Node.js is not installed (scripts/install-deps.sh --browser)";
+    }
+    const std::string report = page(sampleFigures("linting_sample.log"));
+    const std::string image = "<img src=\"http://192.0.2.1/logo.png\">";
+    const std::pair<std::string, const char*> cases[] = {  // the page, its problem
+        {report, ""},
+        {page(wideFigures()), ""},
+        {broken(report, image, true), "network request"},
+        {broken(report, image, false), "network request"},
+        {broken(report, "<script>console.error('on purpose')</script>", false), "console error"},
+        {broken(report, "<script>noSuchFunction()</script>", false), "uncaught exception"},
+        {"<!DOCTYPE html><html><head><title>x</title></head><body></body></html>", "blank page"},
+    };
+    TempDir dir;
+    std::string command = "node '" VEK_SOURCE_DIR "/tests/clients/report_check.mjs' '" + dir.path() + "'";
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        std::ofstream(dir.file(std::to_string(i) + ".html"), std::ios::binary) << cases[i].first;
+        command += " '" + dir.file(std::to_string(i) + ".html") + "'";
+    }
+    ASSERT_EQ(std::system((command + " > '" + dir.file("problems") + "'").c_str()), 0);
+    std::istringstream lines(readFile(dir.file("problems")));
+    for (const auto& [html, problem] : cases) {
+        SCOPED_TRACE(problem);
+        std::string problems;
+        ASSERT_TRUE(std::getline(lines, problems));
+        EXPECT_TRUE(*problem ? problems.find(problem) != std::string::npos : problems.empty()) << problems;
+    }
+}
+
+}  // namespace
+}  // namespace vek::profiling
