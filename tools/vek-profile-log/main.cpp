@@ -1,15 +1,15 @@
 // vek-profile-log: decodes a binary profile log to JSON and encodes such
 // JSON back into a log; checks a log and trims a cut one to its whole chunks.
-#include <getopt.h>
 #include <sys/stat.h>
 
+#include <CLI/CLI.hpp>
+
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "CheckCommand.h"
+#include "HelpFormatter.h"
 #include "LogJsonDecoder.h"
 #include "LogJsonEncoder.h"
 #include "InputFile.h"
@@ -28,41 +28,68 @@ constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
 constexpr char kProgram[] = "vek-profile-log";
 
-constexpr char kUsage[] =
-    "Usage: vek-profile-log decode LOG [-o OUT.json]\n"
-    "       vek-profile-log encode IN.json -o OUT.log\n"
-    "       vek-profile-log check LOG\n"
-    "       vek-profile-log trim LOG -o OUT.log\n"
-    "\n"
-    "Decodes a binary profile log into JSON, or encodes such JSON back into a log;\n"
-    "checks a log, or trims a cut one to its whole chunks.\n"
-    "\n"
-    "Commands:\n"
-    "  decode LOG       print every chunk of LOG as JSON; each chunk is verified\n"
-    "                   first, and the first corrupt one stops the run\n"
-    "  encode IN.json   write one length-prefixed chunk per entry of \"chunks\"\n"
-    "  check LOG        verify every chunk; print one line per problem (chunk index,\n"
-    "                   byte offset, the valid chunks and messages before it) and\n"
-    "                   how much of the log is whole\n"
-    "  trim LOG         write the longest prefix of whole, valid chunks, so that a\n"
-    "                   log cut short by a crash can be read\n"
-    "\n"
-    "Options:\n"
-    "  -o, --output=FILE  write to FILE instead of standard output (required for\n"
-    "                     encode and trim); \"-\" is standard input or output\n"
-    "  -h, --help         show this help and exit\n"
-    "      --version      show the version and exit\n"
-    "\n"
-    "Exit status: 0 on success, 1 when the input cannot be converted or the output\n"
-    "cannot be written (check: when the log has a problem), 2 on a usage error.\n";
-
 struct CommandLine {
     std::string command;
     std::string input;
-    std::string output;
-    bool help = false;
-    bool version = false;
+    std::string output;  // empty: not given
 };
+
+// The commands, their operand and what they do; `output` describes -o, if the command has it.
+struct Command {
+    const char* name;
+    const char* input;
+    const char* inputDescription;
+    const char* description;
+    const char* output;
+};
+
+const Command kCommands[] = {
+    {"decode", "LOG", "the profile log to decode",
+     "print every chunk of LOG as JSON; each chunk is verified first, and the first corrupt "
+     "one stops the run",
+     "write to FILE instead of standard output"},
+    {"encode", "IN.json", "the JSON to encode",
+     "write one length-prefixed chunk per entry of \"chunks\" of IN.json",
+     "the log to write (required)"},
+    {"check", "LOG", "the profile log to check",
+     "verify every chunk; print one line per problem (chunk index, byte offset, the valid "
+     "chunks and messages before it) and how much of the log is whole",
+     nullptr},
+    {"trim", "LOG", "the profile log to trim",
+     "write the longest prefix of whole, valid chunks, so that a log cut short by a crash can "
+     "be read",
+     "the log to write (required)"},
+};
+
+void defineCommandLine(CLI::App& app, CommandLine& line) {
+    app.formatter(std::make_shared<vek::tools::HelpFormatter>());
+    app.set_help_flag("-h,--help", "show this help and exit");
+    app.set_version_flag("--version", std::string(kProgram) + " " + VEK_PROFILE_VIEWER_VERSION,
+                         "show the version and exit");
+    const std::string footer =
+        "A file named \"-\" is standard input or output.\n\n"
+        "Exit status: 0 on success, 1 when the input cannot be converted or the output\n"
+        "cannot be written (check: when the log has a problem), 2 on a usage error.";
+    app.footer(footer);  // the subcommands take it over
+    app.require_subcommand(1);
+    const CLI::Validator named(
+        [](const std::string& name) { return name.empty() ? "empty file name" : ""; }, "");
+    for (const Command& command : kCommands) {
+        CLI::App* sub = app.add_subcommand(command.name, command.description)->group("Commands");
+        sub->add_option(command.input, line.input, command.inputDescription)
+            ->required()
+            ->check(named);
+        if (command.output == nullptr) continue;
+        sub->add_option("-o,--output", line.output, command.output)
+            ->check(named)
+            ->option_text("FILE");
+    }
+    app.footer(
+        "The file to write is given with -o FILE: required by encode and trim, standard\n"
+        "output by default for decode. 'vek-profile-log COMMAND --help' shows a command's\n"
+        "options.\n\n" +
+        footer);
+}
 
 int usageError(const std::string& message) {
     std::fprintf(stderr, "%s: %s\nTry '%s --help' for more information.\n", kProgram,
@@ -70,58 +97,9 @@ int usageError(const std::string& message) {
     return kExitUsage;
 }
 
-// GNU-style: options may come before or after the operands; "--" ends them.
-// Returns kExitOk when the command line is usable.
-int parseCommandLine(int argc, char** argv, CommandLine& line) {
-    static const option kOptions[] = {
-        {"output", required_argument, nullptr, 'o'},
-        {"help", no_argument, nullptr, 'h'},
-        {"version", no_argument, nullptr, 'V'},
-        {nullptr, 0, nullptr, 0},
-    };
-    opterr = 0;
-    bool haveOutput = false;
-    for (;;) {
-        const int option = getopt_long(argc, argv, ":o:h", kOptions, nullptr);
-        if (option == -1) break;
-        switch (option) {
-            case 'o':
-                if (haveOutput) return usageError("option -o/--output given twice");
-                line.output = optarg;
-                haveOutput = true;
-                break;
-            case 'h': line.help = true; break;
-            case 'V': line.version = true; break;
-            case ':': return usageError(std::string("option '") + argv[optind - 1] +
-                                        "' needs an argument");
-            default:
-                // optopt names an unknown short option; a long one is the argument just passed.
-                return usageError(optopt != 0 ? std::string("unknown option '-") +
-                                                    static_cast<char>(optopt) + "'"
-                                              : std::string("unknown option '") +
-                                                    argv[optind - 1] + "'");
-        }
-    }
-    if (line.help || line.version) return kExitOk;
-    std::vector<std::string> operands(argv + optind, argv + argc);
-    if (operands.empty()) return usageError("missing command (decode, encode, check or trim)");
-    line.command = operands[0];
-    if (line.command != "decode" && line.command != "encode" && line.command != "check" &&
-        line.command != "trim") {
-        return usageError("unknown command '" + line.command + "'");
-    }
-    if (operands.size() < 2) return usageError("missing input file");
-    if (operands.size() > 2) return usageError("unexpected argument '" + operands[2] + "'");
-    line.input = operands[1];
-    if (line.command == "check" && haveOutput) return usageError("check writes no file (-o)");
-    if (!haveOutput) {
-        if (line.command == "encode" || line.command == "trim") {
-            return usageError(line.command + " needs an output file (-o)");
-        }
-        line.output = "-";
-    }
-    if (line.output.empty() || line.input.empty()) return usageError("empty file name");
-    return kExitOk;
+int print(const std::string& text) {
+    std::fputs(text.c_str(), stdout);
+    return std::fflush(stdout) == 0 ? kExitOk : kExitFailure;
 }
 
 // Opening the output truncates it, so writing over the input would destroy it.
@@ -173,15 +151,24 @@ int run(const CommandLine& line) {
 
 int main(int argc, char** argv) {
     CommandLine line;
-    const int parsed = parseCommandLine(argc, argv, line);
-    if (parsed != kExitOk) return parsed;
-    if (line.help) {
-        std::fputs(kUsage, stdout);
-        return std::fflush(stdout) == 0 ? kExitOk : kExitFailure;
+    CLI::App app(
+        "Decodes a binary profile log into JSON, or encodes such JSON back into a log; checks "
+        "a log, or trims a cut one to its whole chunks.",
+        kProgram);
+    defineCommandLine(app, line);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        return print(app.help());
+    } catch (const CLI::CallForVersion&) {
+        return print(app.version() + "\n");
+    } catch (const CLI::ParseError& error) {
+        return usageError(error.what());
     }
-    if (line.version) {
-        std::printf("%s %s\n", kProgram, VEK_PROFILE_VIEWER_VERSION);
-        return std::fflush(stdout) == 0 ? kExitOk : kExitFailure;
+    line.command = app.get_subcommands().front()->get_name();
+    if (line.output.empty() && (line.command == "encode" || line.command == "trim")) {
+        return usageError(line.command + " needs an output file (-o)");
     }
+    if (line.output.empty()) line.output = "-";
     return run(line);
 }

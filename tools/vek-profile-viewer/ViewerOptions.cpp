@@ -14,6 +14,10 @@ namespace vek {
 namespace viewer {
 namespace {
 
+using tools::HelpFormatter;
+using tools::kHelpWidth;
+using tools::wrapText;
+
 constexpr const char* kProgram = "vek-profile-viewer";
 
 struct ModeEntry {

@@ -1,5 +1,6 @@
-// The layout of vek-profile-viewer --help: option descriptions wrapped to an
-// 80-column terminal, value names instead of CLI11's type and validator texts.
+// The layout of both tools' --help: descriptions wrapped to an 80-column
+// terminal, value names instead of CLI11's type and validator texts, and one
+// usage line per subcommand.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -8,7 +9,7 @@
 #include <string>
 
 namespace vek {
-namespace viewer {
+namespace tools {
 
 constexpr size_t kHelpWidth = 80;
 
@@ -25,10 +26,11 @@ public:
     std::string make_usage(const CLI::App* app, std::string name) const override;
     std::string make_option_name(const CLI::Option* option, bool positional) const override;
     std::string make_option_desc(const CLI::Option* option) const override;
+    std::string make_subcommand(const CLI::App* subcommand) const override;
 
     // Where option descriptions start.
     static constexpr size_t kOptionColumn = 28;
 };
 
-}  // namespace viewer
+}  // namespace tools
 }  // namespace vek

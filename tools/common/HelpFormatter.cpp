@@ -4,7 +4,7 @@
 #include <sstream>
 
 namespace vek {
-namespace viewer {
+namespace tools {
 namespace {
 
 size_t leadingBlanks(const std::string& line) {
@@ -59,8 +59,16 @@ std::string wrapText(const std::string& text, size_t width, size_t hangingIndent
 std::string HelpFormatter::make_description(const CLI::App*) const { return std::string(); }
 
 std::string HelpFormatter::make_usage(const CLI::App* app, std::string name) const {
-    // The usage line first, then what the program does.
-    return CLI::Formatter::make_usage(app, name) + "\n" + app->get_description() + "\n";
+    // The usage line first, then what the program does. A program with subcommands gets one
+    // line per subcommand, the later ones led by "or:" as GNU tools (and help2man) have them.
+    std::string usage;
+    for (const CLI::App* subcommand : app->get_subcommands({})) {
+        const std::string line =
+            CLI::Formatter::make_usage(subcommand, name + " " + subcommand->get_name());
+        usage += usage.empty() ? line : "  or: " + line.substr(line.find(':') + 1);
+    }
+    if (usage.empty()) usage = CLI::Formatter::make_usage(app, name);
+    return usage + "\n" + wrapText(app->get_description(), kHelpWidth) + "\n";
 }
 
 std::string HelpFormatter::make_option_name(const CLI::Option* option, bool positional) const {
@@ -75,5 +83,13 @@ std::string HelpFormatter::make_option_desc(const CLI::Option* option) const {
     return wrapText(option->get_description(), kHelpWidth - kOptionColumn);
 }
 
-}  // namespace viewer
+std::string HelpFormatter::make_subcommand(const CLI::App* subcommand) const {
+    std::ostringstream out;
+    CLI::detail::format_help(out, subcommand->get_name(),
+                             wrapText(subcommand->get_description(), kHelpWidth - kOptionColumn),
+                             kOptionColumn);
+    return out.str();
+}
+
+}  // namespace tools
 }  // namespace vek
