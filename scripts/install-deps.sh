@@ -4,9 +4,9 @@
 #   scripts/install-deps.sh --bench  also what scripts/bench.sh runs (hyperfine, GNU time)
 #   scripts/install-deps.sh --fuzz   also clang 14 with libFuzzer and the sanitizer runtimes
 #   scripts/install-deps.sh --browser  also Chromium with an emoji font (speedscope's toolbar),
-#                                    Node with npm (when there is no node or npm yet) and
-#                                    Python 3, and the npm packages of the trace clients in
-#                                    tests/clients (npm ci, when its lock changed)
+#                                    Node with npm (when there is no node or npm yet), and the
+#                                    npm packages of the trace clients in tests/clients
+#                                    (npm ci, when its lock changed)
 #   scripts/install-deps.sh --clang  also clang 14, for the clang build of the tests
 set -euo pipefail
 
@@ -28,7 +28,6 @@ if [ "${1:-}" = "--browser" ]; then
   packages+=(chromium fonts-noto-color-emoji)
   # A Node from elsewhere is kept: Debian's would replace it.
   if ! command -v node > /dev/null || ! command -v npm > /dev/null; then packages+=(nodejs npm); fi
-  if ! command -v python3 > /dev/null; then packages+=(python3); fi
 fi
 missing=()
 for package in "${packages[@]}"; do
