@@ -109,7 +109,7 @@ TEST(LogJsonDecode, CorruptChunkIsNamedByIndexAndOffset) {
 
 // The sample, and the extremes of every integer width with keys present at their default value.
 TEST(LogJsonRoundTrip, SampleAndExtremeValuesComeBackUnchanged) {
-    for (const std::string& path : {kSampleJson, goldenPath("tools/extreme_values.json")}) {
+    for (const std::string& path : {kSampleJson, std::string(VEK_SOURCE_DIR) + "/tests/golden/tools/extreme_values.json"}) {
         const std::string json = readFile(path);
         ASSERT_FALSE(json.empty()) << path;
         EXPECT_EQ(roundTrip(json), json) << path;
