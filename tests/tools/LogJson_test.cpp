@@ -109,7 +109,8 @@ TEST(LogJsonDecode, CorruptChunkIsNamedByIndexAndOffset) {
 
 // The sample, and the extremes of every integer width with keys present at their default value.
 TEST(LogJsonRoundTrip, SampleAndExtremeValuesComeBackUnchanged) {
-    for (const std::string& path : {kSampleJson, std::string(VEK_SOURCE_DIR) + "/tests/golden/tools/extreme_values.json"}) {
+    const std::string extremes = std::string(VEK_SOURCE_DIR) + "/tests/golden/tools/extreme_values.json";
+    for (const std::string& path : {kSampleJson, extremes}) {
         const std::string json = readFile(path);
         ASSERT_FALSE(json.empty()) << path;
         EXPECT_EQ(roundTrip(json), json) << path;
@@ -266,8 +267,9 @@ TEST_F(LogToolTest, ExitStatusesAndMessages) {
         std::string err;  // a part of standard error; "" when it must be empty
     } cases[] = {
         {"", 2, "", "missing command (decode, encode, check or trim)"},
-        {"decode a b", 2, "", "unexpected argument 'b'"},
-        {"--frobnicate decode a", 2, "", "unknown option '--frobnicate'"},
+        {"frobnicate a", 2, "", "unknown command 'frobnicate'"},
+        {"decode a b", 2, "", "not expected: b"},
+        {"--frobnicate decode a", 2, "", "not expected: --frobnicate"},
         {"encode in.json", 2, "", "encode needs an output file"},
         {"trim cut.log", 2, "", "trim needs an output file (-o)"},
         {"check whole.log", 0, "whole.log: 3 chunks and 13 messages, " + std::to_string(sample_.size()) +

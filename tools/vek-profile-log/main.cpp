@@ -147,6 +147,18 @@ int run(const CommandLine& line) {
     return kExitOk;
 }
 
+// CLI11 says only "A subcommand is required" when the first word is no command.
+std::string commandLineError(const CLI::App& app, int argc, char** argv,
+                             const CLI::ParseError& error) {
+    if (!app.get_subcommands().empty()) return error.what();
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        if (word.empty() || word[0] == '-') continue;
+        return "unknown command '" + word + "' (decode, encode, check or trim)";
+    }
+    return "missing command (decode, encode, check or trim)";
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -163,7 +175,7 @@ int main(int argc, char** argv) {
     } catch (const CLI::CallForVersion&) {
         return print(app.version() + "\n");
     } catch (const CLI::ParseError& error) {
-        return usageError(error.what());
+        return usageError(commandLineError(app, argc, argv, error));
     }
     line.command = app.get_subcommands().front()->get_name();
     if (line.output.empty() && (line.command == "encode" || line.command == "trim")) {
