@@ -104,6 +104,9 @@ TEST_F(CsvExportTest, EveryGroupInItsFixedOrderWithGraphNumbersRestartingPerGrou
     reader.hasInitEvents = true;
     reader.initEvents = {u64Event("init", 5)};
     EXPECT_EQ(exportRows(reader).at(1), "0,INIT,5,US,BACKEND,ROOT,init");
+    // Finalize events stay out while their flag is down.
+    reader.hasFinalizeEvents = false;
+    EXPECT_EQ(exportRows(reader).at(4), "2,FINALIZE,12,US,NETRUN,ROOT,Graph 1: fb");
 }
 
 TEST_F(CsvExportTest, BackendRowsSkipObjectsAtBothLevelsAndStopBelowTheSubEvents) {
