@@ -1,15 +1,13 @@
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iomanip>
-#include <locale>
 #include <sstream>
+#include <utility>
 #include <string>
 #include <vector>
 
 #include "chrometrace/LintingRecords.h"
+#include "support/Golden.h"
 #include "support/LogCapture.h"
 #include "support/LogWriter.h"  // TempDir, readFile
 
@@ -22,30 +20,24 @@ using testlinting::graphWithOps;
 using testlinting::LintingReader;
 using testlinting::OpSpec;
 using testlinting::opRecord;
-using testlog::LogCapture;
 using testlog::readFile;
-using testlog::TempDir;
 
-struct OutputRun {
-    bool result;
-    std::string stdoutText;
-};
-
-OutputRun runWriteOutput(VekProfileLogReaderChrometrace& reader, const std::string& path) {
+// writeOutput's result and what it printed.
+std::pair<bool, std::string> writeOutput(VekProfileLogReaderChrometrace& reader, const std::string& path) {
     testing::internal::CaptureStdout();
     const bool result = reader.writeOutput(path);
-    return OutputRun{result, testing::internal::GetCapturedStdout()};
+    return {result, testing::internal::GetCapturedStdout()};
 }
 
 TEST(ChrometraceOutputTest, RefusedPathsWriteAndPrintNothing) {
-    TempDir dir;
+    testlog::TempDir dir;
+    const std::string missing = dir.file("missing/trace.json");
     const struct {
         std::string path;
         std::string message;
     } cases[] = {
         {"", "Output chrometraceFile not provided."},
-        {dir.file("missing/trace.json"),
-         "Invalid output chrometraceFile: [" + dir.file("missing/trace.json") + "]"},
+        {missing, "Invalid output chrometraceFile: [" + missing + "]"},
         // A failed write is a failure too, not a short file presented as success.
         {"/dev/full", "Invalid output chrometraceFile: [/dev/full]"},
     };
@@ -53,72 +45,40 @@ TEST(ChrometraceOutputTest, RefusedPathsWriteAndPrintNothing) {
         SCOPED_TRACE(c.path);
         if (c.path == "/dev/full" && !std::filesystem::exists(c.path)) continue;
         LintingReader chrome;
-        LogCapture capture;
-        const OutputRun run = runWriteOutput(chrome.reader, c.path);
-        EXPECT_FALSE(run.result);
-        EXPECT_EQ(run.stdoutText, "");
+        testlog::LogCapture capture;
+        EXPECT_EQ(writeOutput(chrome.reader, c.path), std::make_pair(false, std::string()));
         EXPECT_TRUE(capture.contains(c.message, 1));
     }
-}
-
-TEST(ChrometraceOutputTest, NoGraphsWriteAnEmptyTraceAndTheSummary) {
-    TempDir dir;
-    const std::string path = dir.file("trace.json");
-    LintingReader chrome;
-    // The three summary sections, in the order and formatting of the trace writer.
-    std::ostringstream summary;
-    summary.imbue(std::locale::classic());
-    summary << std::fixed << std::setprecision(0);
-    chrome.reader.printHeaderSection(summary);
-    chrome.reader.printLeadingSections(summary);
-    chrome.reader.printExecuteAverage(summary);
-
-    const OutputRun run = runWriteOutput(chrome.reader, path);
-    EXPECT_TRUE(run.result);
-    EXPECT_EQ(readFile(path), "{\n    \"traceEvents\": []\n}\n");
-    EXPECT_EQ(run.stdoutText, summary.str());
-    // A second call rewrites the file rather than appending to it.
-    EXPECT_TRUE(runWriteOutput(chrome.reader, path).result);
-    EXPECT_EQ(readFile(path), "{\n    \"traceEvents\": []\n}\n");
-}
-
-TEST(ChrometraceOutputTest, RefusedBuildEmptiesTheFileAndPrintsNothing) {
-    TempDir dir;
-    const std::string path = dir.file("trace.json");
-    std::ofstream(path) << "old trace";
-    ProfileEvent incomplete = opRecord(OpSpec{"late", 1, 1, 1, 1, 1, {}, {}});
-    incomplete.children.pop_back();  // drops the 5004 child
-    LintingReader chrome({graphWithOps("g0", {opRecord(OpSpec{"ok", 1, 2, 3, 4, 5, {}, {}})}),
-                          graphWithOps("g1", {incomplete})});
-    LogCapture capture;
-    const OutputRun run = runWriteOutput(chrome.reader, path);
-    EXPECT_FALSE(run.result);
-    EXPECT_EQ(run.stdoutText, "");
-    EXPECT_EQ(readFile(path), "");
-    EXPECT_TRUE(capture.contains(
-        "Log file contains incompatible data! Please provide log file generated using the "
-        "linting profile!",
-        1));
 }
 
 // Hosts that write the trace to a stream (compressed, or into a temporary
 // file) get the very bytes of the file and of the summary.
 TEST(ChrometraceOutputTest, StreamedTraceIsTheFileByteForByte) {
-    TempDir dir;
-    LintingReader chrome({graphWithOps("g0", {opRecord(OpSpec{"conv \"1\"", 10, 20, 30, 40, 5,
-                                                              {"dma", ""}, {"w"}}),
-                                              opRecord(OpSpec{"relu", 0, 7, 0, 0, 0, {}, {}})})});
-    const OutputRun file = runWriteOutput(chrome.reader, dir.file("trace.json"));
-    ASSERT_TRUE(file.result);
-    std::ostringstream trace;
-    std::ostringstream summary;
-    ASSERT_TRUE(writeTrace(&chrome.reader, trace, summary, TraceFormat::Exact));
-    EXPECT_EQ(trace.str(), readFile(dir.file("trace.json")));
-    EXPECT_EQ(summary.str(), file.stdoutText);
+    testlog::TempDir dir;
+    const std::string path = dir.file("trace.json");
+    const std::vector<GraphSummary> cases[] = {
+        {}, {graphWithOps("g0", {opRecord(OpSpec{"conv \"1\"", 10, 20, 30, 40, 5, {"dma", ""}, {"w"}}),
+                                 opRecord(OpSpec{"relu", 0, 7, 0, 0, 0, {}, {}})})}};
+    for (const auto& graphs : cases) {
+        LintingReader chrome(graphs);
+        std::ostringstream trace;
+        std::ostringstream summary;
+        ASSERT_TRUE(writeTrace(&chrome.reader, trace, summary, TraceFormat::Exact));
+        // A second call rewrites the file rather than appending to it.
+        for (int call = 0; call < 2; ++call) {
+            EXPECT_EQ(writeOutput(chrome.reader, path), std::make_pair(true, summary.str()));
+            EXPECT_EQ(readFile(path), trace.str());
+        }
+    }
+    EXPECT_TRUE(testlog::matchesGolden(readFile(path), "chrometrace/exact_trace.json"));
+    LintingReader empty;
+    EXPECT_TRUE(writeOutput(empty.reader, path).first);
+    EXPECT_EQ(readFile(path), "{\n    \"traceEvents\": []\n}\n");
 
     // Only the chrome-trace reader draws traces.
     VekProfileLogReader plain(dir.file("none.bin"), VisibilityLevel(1));
     std::ostringstream none;
+    std::ostringstream summary;
     EXPECT_FALSE(writeTrace(&plain, none, summary, TraceFormat::Exact));
     EXPECT_EQ(none.str(), "");
 }
@@ -128,6 +88,8 @@ ProfileEvent withUnit(ProfileEvent e, uint32_t unit) {
     return e;
 }
 
+// The reserved identifiers 9000..9009 are hidden with their children; the
+// doubled blank between value and unit is kept.
 TEST(ChrometraceBackendListingTest, HidesTheReservedRangeAndKeepsTheDoubledBlank) {
     const std::vector<ProfileEvent> events = {
         withUnit(event(0, "Accelerator", 12,
@@ -146,23 +108,10 @@ TEST(ChrometraceBackendListingTest, HidesTheReservedRangeAndKeepsTheDoubledBlank
     LintingReader chrome;
     VekProfileLogReader& base = chrome.reader;  // reached through the virtual slot
     std::ostringstream out;
-    // Depth 1 is what the summary passes.
-    base.writeBackendSection(out, events, 1);
-    EXPECT_EQ(out.str(),
-              "        Accelerator: 12  cycles\n"
-              "            Resources: PQA, DMA\n"
-              "            item_a\n"
-              "            Conv: 7  \n"
-              "                deep: 4  us\n"
-              "        edge: 1  count\n"
-              "        low: 2  bytes\n"
-              "        names\n"
-              "        mask: PQA, PQB\n");
+    base.writeBackendSection(out, events, 1);  // depth 1 is what the summary passes
     // Depth 0 wraps the top-level names only.
-    out.str("");
     base.writeBackendSection(out, {events[0].children[1], events[3], events[5]}, 0);
-    EXPECT_EQ(out.str(),
-              "    Backend (item_a)\n    Backend (edge): 1  count\n    Backend (names)\n");
+    EXPECT_TRUE(testlog::matchesGolden(out.str(), "chrometrace/backend_listing.txt"));
 }
 
 }  // namespace

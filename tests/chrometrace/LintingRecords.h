@@ -6,7 +6,12 @@
 #include <utility>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+
 #include "chrometrace/LintingIdentifiers.h"
+#include "chrometrace/TraceEventBuilder.h"
+#include "chrometrace/Utf8Repair.h"
 #include "log/ProfileEvent.h"
 #include "reader/VekProfileLogReaderChrometrace.h"
 #include "stats/StatSummary.h"
@@ -68,6 +73,45 @@ struct LintingReader {
     }
     VekProfileLogReaderChrometrace reader{"log.bin", VisibilityLevel(5)};
 };
+
+// One trace event as "lane name @ts +dur", then " cname=..." and " res=..."
+// when present; the lane is the first letter of the thread's name.
+inline std::string sliceText(const std::string& lane, const rapidjson::Value& e) {
+    std::string repaired;
+    std::string line = lane.substr(0, 1) + " " + std::string(validUtf8(e["name"].GetString(), repaired)) +
+                       " @" + std::to_string(e["ts"].GetUint64()) + " +" + std::to_string(e["dur"].GetUint64());
+    if (e.HasMember("cname")) line += std::string(" cname=") + e["cname"].GetString();
+    if (e["args"].HasMember("Resources")) line += std::string(" res=") + e["args"]["Resources"].GetString();
+    return line;
+}
+
+// Builds the exact trace of the graphs and gives one line per event, checking
+// on the way what every event shares, its members' order included.
+inline std::vector<std::string> exactSlices(std::vector<GraphSummary> graphs) {
+    LintingReader linting(std::move(graphs));
+    rapidjson::Document document;
+    document.SetObject();
+    EXPECT_TRUE(buildTraceDocument(linting.reader, document));
+    EXPECT_EQ(document.MemberCount(), 1u);
+    if (!document.HasMember("traceEvents") || !document["traceEvents"].IsArray()) {
+        ADD_FAILURE() << "no \"traceEvents\" array";
+        return {};
+    }
+    std::vector<std::string> lines;
+    for (const rapidjson::Value& e : document["traceEvents"].GetArray()) {
+        EXPECT_EQ(e["pid"].GetUint64(), 0u);
+        EXPECT_STREQ(e["ph"].GetString(), "X");
+        EXPECT_TRUE(e["ts"].IsUint64() && e["dur"].IsUint64());
+        EXPECT_EQ(e["args"]["Duration"].GetUint64(), e["dur"].GetUint64());
+        std::string keys;
+        for (const auto& member : e.GetObject()) keys += std::string(member.name.GetString()) + " ";
+        for (const auto& member : e["args"].GetObject()) keys += member.name.GetString();
+        EXPECT_EQ(keys, std::string("name pid tid ph ts dur ") + (e.HasMember("cname") ? "cname " : "") +
+                            "args Duration" + (e["args"].HasMember("Resources") ? "Resources" : ""));
+        lines.push_back(sliceText(e["tid"].GetString(), e));
+    }
+    return lines;
+}
 
 }  // namespace testlinting
 }  // namespace profiling

@@ -11,10 +11,7 @@
 #include <vector>
 
 #include "chrometrace/LintingRecords.h"
-#include "chrometrace/TraceEventBuilder.h"
-#include "chrometrace/Utf8Repair.h"
 #include "support/Golden.h"
-#include "support/LogCapture.h"
 
 namespace vek {
 namespace profiling {
@@ -22,7 +19,6 @@ namespace {
 
 using testlinting::graphWithOps;
 using testlinting::LintingReader;
-using testlinting::OpSpec;
 using testlinting::opRecord;
 
 constexpr uint64_t kMax = ~uint64_t{0};
@@ -42,29 +38,9 @@ Written writePortable(const std::vector<GraphSummary>& graphs) {
     return written;
 }
 
-// Every slice as "F|B name @ts +dur cname res", in the order written.
-std::vector<std::string> exactSlices(const std::vector<GraphSummary>& graphs) {
-    LintingReader linting(graphs);
-    rapidjson::Document document;
-    document.SetObject();
-    EXPECT_TRUE(buildTraceDocument(linting.reader, document));
-    std::vector<std::string> slices;
-    std::string repaired;
-    for (const rapidjson::Value& e : document["traceEvents"].GetArray()) {
-        const rapidjson::Value& args = e["args"];
-        slices.push_back(
-            std::string(e["tid"].GetString()).substr(0, 1) + " " +
-            std::string(validUtf8(e["name"].GetString(), repaired)) + " @" +
-            std::to_string(e["ts"].GetUint64()) + " +" + std::to_string(e["dur"].GetUint64()) +
-            " " + (e.HasMember("cname") ? e["cname"].GetString() : "") + " " +
-            (args.HasMember("Resources") ? args["Resources"].GetString() : ""));
-    }
-    return slices;
-}
-
-// The same from the portable text, checking on the way that it is strict
-// JSON in valid UTF-8, that every thread is named and that no two slices of
-// one thread overlap.
+// Every slice of the portable text as exactSlices gives them, checking on the
+// way that it is strict JSON in valid UTF-8, that every thread is named and
+// that no two slices of one thread overlap.
 std::vector<std::string> portableSlices(const std::string& text) {
     rapidjson::Document document;
     document.Parse<rapidjson::kParseValidateEncodingFlag>(text.c_str(), text.size());
@@ -85,11 +61,7 @@ std::vector<std::string> portableSlices(const std::string& text) {
         const uint64_t ts = e["ts"].GetUint64();
         const uint64_t dur = e["dur"].GetUint64();
         spans[thread].emplace_back(ts, dur > kMax - ts ? kMax : ts + dur);
-        const rapidjson::Value& args = e["args"];
-        slices.push_back(threadNames[thread].substr(0, 1) + " " + e["name"].GetString() + " @" +
-                         std::to_string(ts) + " +" + std::to_string(dur) + " " +
-                         (e.HasMember("cname") ? e["cname"].GetString() : "") + " " +
-                         (args.HasMember("Resources") ? args["Resources"].GetString() : ""));
+        slices.push_back(testlinting::sliceText(threadNames[thread], e));
     }
     for (auto& [thread, list] : spans) {
         std::sort(list.begin(), list.end());
@@ -111,13 +83,23 @@ std::vector<GraphSummary> awkwardGraphs() {
             graphWithOps("tail\n", {opRecord({"Softmax", 0, 7, 9, 0, 1, {}, {}})})};
 }
 
-TEST(PortableTraceWriterTest, AwkwardLogGivesTheGoldenTrace) {
+TEST(PortableTraceWriterTest, AwkwardLogAndNoGraphsGiveTheGoldenTraces) {
     const Written written = writePortable(awkwardGraphs());
     ASSERT_TRUE(written.result);
     EXPECT_TRUE(testlog::matchesGolden(written.text, "chrometrace/portable_trace.json"));
     EXPECT_EQ(written.shape.processes, 2u);
     EXPECT_EQ(written.shape.threads, 5u);  // one extra background lane in the first graph
     EXPECT_EQ(written.shape.slices, 12u);
+    // Without graphs: the metadata only.
+    const Written none = writePortable({});
+    ASSERT_TRUE(none.result);
+    EXPECT_TRUE(testlog::matchesGolden(none.text, "chrometrace/portable_no_graphs.json"));
+    EXPECT_EQ(none.shape.slices, 0u);
+    // A failed stream is a failure.
+    LintingReader fine(awkwardGraphs());
+    std::ostringstream failing;
+    failing.setstate(std::ios::badbit);
+    EXPECT_FALSE(writePortableTrace(fine.reader, failing));
 }
 
 TEST(PortableTraceWriterTest, KeepsEverySliceOfTheExactTraceWithoutOverlaps) {
@@ -142,36 +124,41 @@ TEST(PortableTraceWriterTest, KeepsEverySliceOfTheExactTraceWithoutOverlaps) {
         const Written written = writePortable(c.graphs);
         ASSERT_TRUE(written.result);
         const std::vector<std::string> slices = portableSlices(written.text);
-        EXPECT_EQ(slices, exactSlices(c.graphs));
+        EXPECT_EQ(slices, testlinting::exactSlices(c.graphs));
         EXPECT_EQ(written.shape.slices, slices.size());
         EXPECT_EQ(written.shape.processes, c.graphs.size());
     }
 }
 
-TEST(PortableTraceWriterTest, WithoutGraphsWritesMetadataOnly) {
-    const Written written = writePortable({});
-    ASSERT_TRUE(written.result);
-    EXPECT_TRUE(testlog::matchesGolden(written.text, "chrometrace/portable_no_graphs.json"));
-    EXPECT_EQ(written.shape.slices, 0u);
-}
-
-TEST(PortableTraceWriterTest, RefusedLogOrFailedStreamWritesNothing) {
-    ProfileEvent incomplete = opRecord(OpSpec{"late", 1, 1, 1, 1, 1, {}, {}});
-    incomplete.children.pop_back();  // drops the 5004 child
-    LintingReader refused({graphWithOps("g0", {opRecord(OpSpec{"ok", 1, 2, 3, 4, 5, {}, {}})}),
-                           graphWithOps("g1", {incomplete})});
-    testlog::LogCapture capture;
-    std::ostringstream out;
-    EXPECT_FALSE(writePortableTrace(refused.reader, out));
-    EXPECT_EQ(out.str(), "");
-    EXPECT_EQ(capture.count("Log file contains incompatible data! Please provide log file "
-                            "generated using the linting profile!"),
-              1u);
-
-    LintingReader fine(awkwardGraphs());
-    std::ostringstream failing;
-    failing.setstate(std::ios::badbit);
-    EXPECT_FALSE(writePortableTrace(fine.reader, failing));
+TEST(Utf8RepairTest, EachMaximalIllFormedSubsequenceBecomesOneReplacement) {
+    const std::string r = "\xEF\xBF\xBD";  // U+FFFD
+    const struct {
+        std::string bytes;
+        std::string expected;
+    } cases[] = {
+        {"", ""},
+        {std::string("plain\0ascii\x7F", 12), std::string("plain\0ascii\x7F", 12)},
+        {"\xE2\x82\xAC \xF0\x9F\x98\x80 \xF4\x8F\xBF\xBF", "\xE2\x82\xAC \xF0\x9F\x98\x80 \xF4\x8F\xBF\xBF"},
+        {"\x80\xBF", r + r},                     // continuation bytes alone
+        {"\xC0\xAF", r + r},                     // overlong two-byte form
+        {"\xE0\x80\x80", r + r + r},             // overlong three-byte form
+        {"\xED\xA0\x80", r + r + r},             // a surrogate
+        {"\xF4\x90\x80\x80", r + r + r + r},     // past U+10FFFF
+        {"\xF5\xFF", r + r},                     // never a lead byte
+        {"a\xE2\x82" "b", "a" + r + "b"},        // cut short inside: one replacement
+        {"op_\xF0\x9F\x98", "op_" + r},          // cut short at the end
+        {"\xC3", r},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.bytes));
+        std::string repaired = "stale";
+        const std::string_view valid = validUtf8(c.bytes, repaired);
+        EXPECT_EQ(valid, c.expected);
+        // Valid text is handed back as it is, not copied.
+        if (c.bytes == c.expected) {
+            EXPECT_EQ(valid.data(), c.bytes.data());
+        }
+    }
 }
 
 }  // namespace

@@ -3,12 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "chrometrace/LintingRecords.h"
+#include "chrometrace/PortableTraceWriter.h"
 #include "chrometrace/TraceText.h"
+#include "support/Golden.h"
 #include "support/LogCapture.h"
+#include "support/LogWriter.h"
 
 namespace vek {
 namespace profiling {
@@ -19,46 +24,8 @@ using testlinting::graphWithOps;
 using testlinting::LintingReader;
 using testlinting::OpSpec;
 using testlinting::opRecord;
-using Slices = std::vector<std::string>;
 
 constexpr uint64_t kMax = ~uint64_t{0};
-
-// Builds the trace and gives one line per event: lane initial, name,
-// "@ts +dur", then cname and resources when present. Also checks what every
-// event shares, its members' order included.
-Slices build(std::vector<GraphSummary> graphs) {
-    LintingReader linting(std::move(graphs));
-    rapidjson::Document document;
-    document.SetObject();
-    EXPECT_TRUE(buildTraceDocument(linting.reader, document));
-    EXPECT_EQ(document.MemberCount(), 1u);
-    if (!document.HasMember("traceEvents") || !document["traceEvents"].IsArray()) {
-        ADD_FAILURE() << "no \"traceEvents\" array";
-        return {};
-    }
-    Slices lines;
-    for (const rapidjson::Value& e : document["traceEvents"].GetArray()) {
-        EXPECT_EQ(e["pid"].GetUint64(), 0u);
-        EXPECT_STREQ(e["ph"].GetString(), "X");
-        EXPECT_TRUE(e["ts"].IsUint64() && e["dur"].IsUint64());
-        EXPECT_EQ(e["args"]["Duration"].GetUint64(), e["dur"].GetUint64());
-        std::string keys;
-        for (const auto& member : e.GetObject()) keys += std::string(member.name.GetString()) + " ";
-        for (const auto& member : e["args"].GetObject()) keys += member.name.GetString();
-        EXPECT_EQ(keys, std::string("name pid tid ph ts dur ") +
-                            (e.HasMember("cname") ? "cname " : "") + "args Duration" +
-                            (e["args"].HasMember("Resources") ? "Resources" : ""));
-        std::string line = std::string(e["tid"].GetString()).substr(0, 1) + " " +
-                           e["name"].GetString() + " @" + std::to_string(e["ts"].GetUint64()) +
-                           " +" + std::to_string(e["dur"].GetUint64());
-        if (e.HasMember("cname")) line += std::string(" cname=") + e["cname"].GetString();
-        if (e["args"].HasMember("Resources")) {
-            line += std::string(" res=") + e["args"]["Resources"].GetString();
-        }
-        lines.push_back(line);
-    }
-    return lines;
-}
 
 TEST(TraceEventBuilderTest, LaysWaitAndOpPairsOnOneCursor) {
     // Neither a 404 at the top level nor one below a non-404 child is an op
@@ -91,50 +58,42 @@ TEST(TraceEventBuilderTest, LaysWaitAndOpPairsOnOneCursor) {
     const struct {
         const char* what;
         std::vector<GraphSummary> graphs;
-        Slices slices;
     } cases[] = {
-        {"no graphs", {}, {}},
-        {"no executions, no op records", {GraphSummary{"empty", 0, 0, {}}, noOps}, {}},
+        {"no graphs", {}},
+        {"no executions, no op records", {GraphSummary{"empty", 0, 0, {}}, noOps}},
         {"one cursor across graphs; W = 0 lays the op pair only",
-         {graphWithOps("g0",
-                       {opRecord({"op_a", 10, 100, 20, 5, 5, {"item_c"}, {"item_a", "item_b"}})}),
-          graphWithOps("g1", {opRecord({"op_b", 0, 50, 0, 9, 0, {}, {"unused"}})})},
-         {"F Wait @0 +10 cname=grey", "B item_a, item_b @0 +5", "F op_a @10 +100 res=PQA, DMA",
-          "B item_c @10 +20", "F op_b @110 +50", "B  @110 +0"}},
+         {graphWithOps("g0", {opRecord({"op_a", 10, 100, 20, 5, 5, {"item_c"}, {"item_a", "item_b"}})}),
+          graphWithOps("g1", {opRecord({"op_b", 0, 50, 0, 9, 0, {}, {"unused"}})})}},
         {"V = 0 lays the Wait pair only; W = V = 0 nothing",
          {graphWithOps("g", {opRecord({"waits", 5, 0, 99, 3, 7, {"never"}, {"c"}}),
                              opRecord({"idle", 0, 0, 4, 4, 7, {}, {}}),
-                             opRecord({"runs", 0, 7, 0, 0, 0, {}, {}})})},
-         {"F Wait @0 +5 cname=grey", "B c @0 +3", "F runs @5 +7", "B  @5 +0"}},
+                             opRecord({"runs", 0, 7, 0, 0, 0, {}, {}})})}},
         {"the mask's low byte, without Resources when empty",
-         {graphWithOps("g", {opRecord({"m7", 0, 1, 0, 0, 7, {}, {}}),
-                             opRecord({"m4", 0, 1, 0, 0, 4, {}, {}}),
+         {graphWithOps("g", {opRecord({"m7", 0, 1, 0, 0, 7, {}, {}}), opRecord({"m4", 0, 1, 0, 0, 4, {}, {}}),
                              opRecord({"m8", 0, 1, 0, 0, 8, {}, {}}),
-                             opRecord({"m261", 0, 1, 0, 0, 0x105, {}, {}})})},
-         {"F m7 @0 +1 res=PQA, PQB, DMA", "B  @0 +0", "F m4 @1 +1 res=DMA", "B  @1 +0",
-          "F m8 @2 +1", "B  @2 +0", "F m261 @3 +1 res=PQA, DMA", "B  @3 +0"}},
-        {"duplicates", {graphWithOps("g", {duplicates})},
-         {"F Wait @0 +4 cname=grey", "B w1, , w2 @0 +2", "F dup @4 +30 res=PQB", "B x, y @4 +20"}},
-        {"typed payloads", {graphWithOps("g", {typed})},
-         {"F Wait @0 +18446744073709551615 cname=grey", "B  @0 +0",
-          "F f @18446744073709551615 +4636737291354636288", "B  @18446744073709551615 +0"}},
+                             opRecord({"m261", 0, 1, 0, 0, 0x105, {}, {}})})}},
+        {"duplicates", {graphWithOps("g", {duplicates})}},
+        {"typed payloads", {graphWithOps("g", {typed})}},
         {"the cursor wraps",
          {graphWithOps("g0", {opRecord({"big", 0, kMax - 9, 0, 0, 0, {}, {}}),
                               opRecord({"wrap", 20, kMax, kMax, kMax, 0, {}, {}})}),
-          graphWithOps("g1", {opRecord({"after", 0, 1, 0, 0, 0, {}, {}})})},
-         {"F big @0 +18446744073709551606", "B  @0 +0",
-          "F Wait @18446744073709551606 +20 cname=grey",
-          "B  @18446744073709551606 +18446744073709551615",
-          "F wrap @10 +18446744073709551615", "B  @10 +18446744073709551615", "F after @9 +1",
-          "B  @9 +0"}},
+          graphWithOps("g1", {opRecord({"after", 0, 1, 0, 0, 0, {}, {}})})}},
     };
+    // Per case its title, then one line per event (see exactSlices).
+    std::string text;
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(build(c.graphs), c.slices);
+        text += std::string("== ") + c.what + "\n";
+        for (const std::string& line : testlinting::exactSlices(c.graphs)) text += line + "\n";
     }
+    EXPECT_TRUE(testlog::matchesGolden(text, "chrometrace/exact_slices.txt"));
 }
 
 TEST(TraceEventBuilderTest, AnIncompleteOpRecordRefusesTheWholeLog) {
+    const std::string kRefusal =
+        "Log file contains incompatible data! Please provide log file generated using the "
+        "linting profile!";
+    testlog::TempDir dir;
+    const std::string path = dir.file("trace.json");
     for (uint32_t missing : {kWaitDurationIdentifier, kOpBackgroundIdentifier,
                              kWaitBackgroundIdentifier, kResourceMaskIdentifier}) {
         SCOPED_TRACE(missing);
@@ -150,11 +109,20 @@ TEST(TraceEventBuilderTest, AnIncompleteOpRecordRefusesTheWholeLog) {
         document.SetObject();
         EXPECT_FALSE(buildTraceDocument(linting.reader, document));
         EXPECT_EQ(document.MemberCount(), 0u);
-        EXPECT_TRUE(capture.contains(
-            "Log file contains incompatible data! Please provide log file generated using the "
-            "linting profile!",
-            1));
+        EXPECT_EQ(capture.count(kRefusal), 1u);
         EXPECT_EQ(capture.messages().size(), 1u);
+
+        std::ostringstream portable;
+        EXPECT_FALSE(writePortableTrace(linting.reader, portable));
+        EXPECT_EQ(portable.str(), "");
+
+        std::ofstream(path) << "old trace";
+        testing::internal::CaptureStdout();
+        EXPECT_FALSE(linting.reader.writeOutput(path));
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+        EXPECT_EQ(testlog::readFile(path), "");
+        EXPECT_EQ(capture.count(kRefusal), 3u);
+        EXPECT_TRUE(capture.contains(kRefusal, 1));
     }
 }
 

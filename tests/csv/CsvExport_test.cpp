@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <limits>
 #include <locale>
@@ -8,20 +9,15 @@
 #include <string>
 #include <vector>
 
-#include "VekVersion.h"
+#include "csv/EventValueText.h"
 #include "reader/VekProfileLogReader.h"
+#include "support/Golden.h"
 
 namespace vek {
 namespace profiling {
 namespace {
 
 using Lines = std::vector<std::string>;
-
-const std::string kColumnHeader =
-    "Msg Timestamp, Message, Time, Unit of Measurement, Timing Source, Event Level, "
-    "Event Identifier";
-const std::string kVersionRow =
-    std::string("vek-profile-viewer version, ") + VEK_PROFILE_VIEWER_VERSION;
 
 ProfileEvent u64Event(std::string name, uint64_t value, uint32_t unit = 1,
                       std::vector<ProfileEvent> children = {}) {
@@ -57,16 +53,16 @@ struct GroupingPunct : std::numpunct<char> {
     char do_decimal_point() const override { return '#'; }
 };
 
-Lines exportLines(VekProfileLogReader& reader) {
+std::string exportText(VekProfileLogReader& reader) {
     std::ostringstream out;
     out.imbue(std::locale(std::locale::classic(), new GroupingPunct));
     reader.writeCsvExport(out);
-    return linesOf(out.str());
+    return out.str();
 }
 
 // The event rows, after the four header rows and the column header.
 Lines exportRows(VekProfileLogReader& reader) {
-    Lines lines = exportLines(reader);
+    Lines lines = linesOf(exportText(reader));
     lines.erase(lines.begin(), lines.begin() + std::min<size_t>(5, lines.size()));
     return lines;
 }
@@ -76,62 +72,16 @@ protected:
     VekProfileLogReader reader{"C:\\logs\\run1.bin", VisibilityLevel(5)};
 };
 
-TEST_F(CsvExportTest, ReproducesTheSampleExport) {
-    reader.toolName = "example-tool";
-    reader.toolVersion = "1.0.0";
-    reader.backend = "ExampleBackend 2.1";
-    reader.initTimestamp = 1000;
-    reader.initDuration = 5320;
-    reader.hasInitEvents = true;
-    reader.initEvents = {u64Event("Backend init time", 4100)};
-    // The first INIT list wins over the second.
-    reader.hasBinaryInit = true;
-    reader.binaryInitEvents = {u64Event("Binary init time", 1)};
-    reader.composeTimestamp = 2000;
-    reader.composeDuration = 120;
-    // Finalize events stay out while the finalize-events flag is down.
-    reader.finalizes = {NamedSample{"g0", 800, 3000, {u64Event("Hidden", 1)}}};
-    reader.deinitTimestamp = 9000;
-    reader.deinitDuration = 300;
-    reader.executions = {GraphSamples{
-        "g0",
-        {sample(4000, 950,
-                {u64Event("Accelerator execute time", 700, 1,
-                          {u64Event("Scratch memory", 512, kUnitBytes)})}),
-         sample(5000, 940)}}};
-    reader.hasNetRun = true;
-    reader.netRunTimestamp = 6000;
-    reader.netRunEvents = {u64Event("duration", 945), u64Event("count", 1, kUnitCount)};
-
-    const Lines expected = {
-        "input log file location, C:\\logs\\run1.bin",
-        kVersionRow,
-        "example-tool version, 1.0.0",
-        "Backend version, ExampleBackend 2.1",
-        kColumnHeader,
-        "1000,INIT,5320,US,NETRUN,ROOT,null",
-        "1000,INIT,4100,US,BACKEND,ROOT,Backend init time",
-        "2000,COMPOSE GRAPHS,120,US,NETRUN,ROOT,null",
-        "3000,FINALIZE,800,US,NETRUN,ROOT,Graph 0: g0",
-        "9000,DE-INIT,300,US,NETRUN,ROOT,null",
-        "4000,EXECUTE,950,US,NETRUN,ROOT,Graph 0: g0",
-        "4000,EXECUTE,700,US,BACKEND,ROOT,Accelerator execute time",
-        "4000,EXECUTE,512,BYTES,BACKEND,SUB-EVENT,Scratch memory",
-        "5000,EXECUTE,940,US,NETRUN,ROOT,Graph 0: g0",
-        "6000,EXECUTE IPS,1058.201050,INF/SEC,NETRUN,ROOT,null",
-    };
-    EXPECT_EQ(exportLines(reader), expected);
-}
-
+// Realistic logs' exports are in the text summary's golden files.
 TEST_F(CsvExportTest, EveryGroupInItsFixedOrderWithGraphNumbersRestartingPerGroup) {
     // Without the first INIT list the second one gives the INIT backend rows.
     reader.hasBinaryInit = true;
     reader.binaryInitEvents = {u64Event("binary init", 2)};
-    reader.finalizes = {NamedSample{"fa", 11, 1, {u64Event("fin", 3)}},
-                        NamedSample{"fb", 12, 2, {}}};
+    reader.finalizes = {NamedSample{"fa", 11, 1, {u64Event("fin", 3)}}, NamedSample{"fb", 12, 2, {}}};
     reader.hasFinalizeEvents = true;
-    reader.deinitTimestamp = 70;
-    reader.deinitEvents = {u64Event("teardown", 4, kUnitCycles)};
+    reader.deinitTimestamp = 7000;
+    reader.deinitEvents = {u64Event("teardown", 4000, kUnitCycles)};
+    // No quoting: a comma in the graph name is written as it stands.
     reader.executions = {GraphSamples{"ea", {sample(3, 13)}},
                          GraphSamples{"e,b", {sample(4, 14), sample(5, 15)}}};
     reader.hasLibLoad = true;
@@ -144,42 +94,19 @@ TEST_F(CsvExportTest, EveryGroupInItsFixedOrderWithGraphNumbersRestartingPerGrou
     reader.contextBinaryCalls[kContextGetBinarySizeLabel] = sample(21, 31);
     reader.contextBinaryCalls[kContextGetBinaryLabel] = sample(20, 30);
     reader.contextBinaryCallOrder = {kContextGetBinaryLabel, kContextGetBinarySizeLabel};
-    reader.contextSectionCalls[kContextGetBinarySectionSizeLabel] = {sample(22, 32),
-                                                                     sample(23, 33)};
+    reader.contextSectionCalls[kContextGetBinarySectionSizeLabel] = {sample(22, 32), sample(23, 33)};
     // The updater's record belongs to the other layout only.
     reader.updateBinarySections = {NamedSample{"", 40, 24, {}}};
+    // An unsaved header still gives both of its rows.
+    EXPECT_TRUE(testlog::matchesGolden(exportText(reader), "csv/every_group.csv"));
 
-    const Lines expected = {
-        "input log file location, C:\\logs\\run1.bin",
-        kVersionRow,
-        // An unsaved header still gives both of its rows.
-        " version, ",
-        "Backend version, ",
-        kColumnHeader,
-        "0,INIT,0,US,NETRUN,ROOT,null",
-        "0,INIT,2,US,BACKEND,ROOT,binary init",
-        "0,COMPOSE GRAPHS,0,US,NETRUN,ROOT,null",
-        "1,FINALIZE,11,US,NETRUN,ROOT,Graph 0: fa",
-        "1,FINALIZE,3,US,BACKEND,ROOT,fin",
-        "2,FINALIZE,12,US,NETRUN,ROOT,Graph 1: fb",
-        "70,DE-INIT,0,US,NETRUN,ROOT,null",
-        "70,DE-INIT,4,CYCLES,BACKEND,ROOT,teardown",
-        "3,EXECUTE,13,US,NETRUN,ROOT,Graph 0: ea",
-        // No quoting: a comma in the graph name is written as it stands.
-        "4,EXECUTE,14,US,NETRUN,ROOT,Graph 1: e,b",
-        "5,EXECUTE,15,US,NETRUN,ROOT,Graph 1: e,b",
-        "6,DLOPEN LATENCY,16,US,NETRUN,ROOT,null",
-        "7,APPLY BINARY SECTION,17,US,NETRUN,ROOT,Graph 0: aa",
-        "7,APPLYBINARY,1,US,BACKEND,ROOT,apply",
-        "8,FINALIZE AFTER TENSOR UPDATES,18,US,NETRUN,ROOT,Graph 0: ta",
-        "9,FINALIZE AFTER TENSOR UPDATES,19,US,NETRUN,ROOT,Graph 1: tb",
-        "9,FINALIZE_AFTER_TENSOR_UPDATES,2,US,BACKEND,ROOT,fin",
-        "20,CONTEXT GET BINARY,30,US,NETRUN,ROOT,null",
-        "21,CONTEXT GET BINARY SIZE,31,US,NETRUN,ROOT,null",
-        "22,CONTEXT GET BINARY SECTION SIZE,32,US,NETRUN,ROOT,null",
-        "23,CONTEXT GET BINARY SECTION SIZE,33,US,NETRUN,ROOT,null",
-    };
-    EXPECT_EQ(exportLines(reader), expected);
+    // The first INIT list wins over the second.
+    reader.hasInitEvents = true;
+    reader.initEvents = {u64Event("init", 5)};
+    EXPECT_EQ(exportRows(reader).at(1), "0,INIT,5,US,BACKEND,ROOT,init");
+    // Finalize events stay out while their flag is down.
+    reader.hasFinalizeEvents = false;
+    EXPECT_EQ(exportRows(reader).at(4), "2,FINALIZE,12,US,NETRUN,ROOT,Graph 1: fb");
 }
 
 TEST_F(CsvExportTest, BackendRowsSkipObjectsAtBothLevelsAndStopBelowTheSubEvents) {
@@ -229,6 +156,9 @@ TEST_F(CsvExportTest, RateAndLibraryLoadRowsNeedTheirFlagAndEnoughEvents) {
          "6,EXECUTE IPS,945000000.000000,INF/SEC,NETRUN,ROOT,null"},
         {true, {u64Event("duration", 0), u64Event("count", 5), u64Event("x", 1)}, false, {},
          "6,EXECUTE IPS,0.000000,INF/SEC,NETRUN,ROOT,null"},
+        // 16777217 is not representable as a float and becomes 16777216.
+        {true, {u64Event("count", 16777217), u64Event("duration", 1000000)}, false, {},
+         "6,EXECUTE IPS,16777216.000000,INF/SEC,NETRUN,ROOT,null"},
         // The payload is written unsigned whatever its type says.
         {false, {}, true, {signedLoad},
          "6,DLOPEN LATENCY,18446744073709551615,US,NETRUN,ROOT,null"},
@@ -248,20 +178,64 @@ TEST_F(CsvExportTest, RateAndLibraryLoadRowsNeedTheirFlagAndEnoughEvents) {
     }
 }
 
-TEST_F(CsvExportTest, LoraUpdaterLayoutWritesOnlyTheFirstUpdateRecord) {
-    reader.loraAdapterUpdaterMode = true;
-    reader.executions = {GraphSamples{"g", {sample(3, 4)}}};
-    reader.hasNetRun = true;
-    reader.netRunEvents = {u64Event("duration", 2), u64Event("count", 1)};
-    reader.updateBinarySections = {
-        NamedSample{"", 40, 24, {u64Event("patch", 5, kUnitBytes, {u64Event("part", 6)})}},
-        NamedSample{"", 41, 25, {u64Event("later", 7)}},
+constexpr uint64_t kAllOnes = ~uint64_t{0};
+
+template <typename T>
+uint64_t bitsOf(T value) {
+    uint64_t bits = 0;
+    std::memcpy(&bits, &value, sizeof value);
+    return bits;
+}
+
+// The high half of a float payload must not be read.
+uint64_t floatPayload(float value) { return 0xDEADBEEF00000000ull | bitsOf(value); }
+
+TEST(EventValueTextTest, EachTypeCodeReadsItsOwnWidthAndSignedness) {
+    static const char text[] = "Accelerator, fast";
+    const struct {
+        uint32_t code;
+        uint64_t payload;
+        const char* expected;
+    } cases[] = {
+        {0x8, 0xFF, "-1"},
+        {0x16, 0xFFFF8000, "-32768"},
+        {0x32, 0xABCD000080000000ull, "-2147483648"},
+        {0x64, kAllOnes, "-1"},
+        {0x108, 0x1FF, "255"},
+        {0x116, 0x1FFFF, "65535"},
+        {0x132, 0x1FFFFFFFFull, "4294967295"},
+        {0x164, kAllOnes, "18446744073709551615"},
+        {0x508, 0x2FE, "254"},
+        // 0x226 is a signed 16-bit integer, not a half float (0x3C00 is 1.0 as one).
+        {0x226, 0xFFFF, "-1"},
+        {0x226, 0x3C00, "15360"},
+        {0x232, floatPayload(1.5f), "1.500000"},
+        {0x232, floatPayload(-0.25f), "-0.250000"},
+        {0x232, floatPayload(16777217.0f), "16777216.000000"},
+        {0x264, bitsOf(1e20), "100000000000000000000.000000"},
+        {0x608, bitsOf(text), "Accelerator, fast"},
+        {0x608, 0, ""},
+        {0x165, 12345, ""},
+        {0xFFFFFFFF, 12345, ""},
     };
-    EXPECT_EQ(exportRows(reader), (Lines{"24,UPDATE BINARY SECTION,40,US,LABU,ROOT,null",
-                                         "24,UPDATE_BINARY_SECTION,5,BYTES,BACKEND,ROOT,patch",
-                                         "24,UPDATE_BINARY_SECTION,6,US,BACKEND,SUB-EVENT,part"}));
-    reader.updateBinarySections.clear();
-    EXPECT_EQ(exportLines(reader).size(), 5u);
+    for (const auto& c : cases) {
+        EXPECT_EQ(eventValueToString(c.code, c.payload), c.expected)
+            << std::hex << "code 0x" << c.code << " payload 0x" << c.payload;
+    }
+}
+
+TEST(EventValueTextTest, UnitNamesAndSuffixesWithMicrosecondsForEveryOtherCode) {
+    const struct {
+        uint32_t unit;
+        const char* upper;
+        const char* lower;
+    } cases[] = {{2, "BYTES", " bytes"}, {3, "CYCLES", " cycles"}, {4, "COUNT", " count"},
+                 {5, "OBJECT", " object"}, {6, "NONE", " "}, {0, "US", " us"}, {1, "US", " us"},
+                 {7, "US", " us"}, {0xFFFFFFFF, "US", " us"}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(unitNameUpper(c.unit), c.upper) << "unit " << c.unit;
+        EXPECT_EQ(unitSuffixLower(c.unit), c.lower) << "unit " << c.unit;
+    }
 }
 
 }  // namespace

@@ -39,49 +39,35 @@ protected:
 };
 
 // Repeated saves of one event (x.bin, x_1.bin, ...) show in the text summary's tests.
-TEST_F(ObjectEventFileTest, NeverOverwritesAndTakesTheFirstFreeName) {
-    existing("y.bin");
-    existing("y_2.bin");
-    save("y.bin", "n");
-    EXPECT_EQ(readFile(dir.file("y_1.bin")), "n");
-    save("y.bin", "m");
-    EXPECT_EQ(readFile(dir.file("y_3.bin")), "m");
-    EXPECT_EQ(readFile(dir.file("y_2.bin")), "old");
-}
-
-// The name ends at a NUL byte, as the file system reads it; the search for a
-// free name must not stall on candidates that all look taken.
-TEST_F(ObjectEventFileTest, NameEndsAtItsFirstNulByte) {
-    save(std::string("z.bin\0tail", 10), "a");
-    save(std::string("z.bin\0tail", 10), "b");
-    EXPECT_EQ(readFile(dir.file("z.bin")), "a");
-    EXPECT_EQ(readFile(dir.file("z_1.bin")), "b");
-}
-
-TEST_F(ObjectEventFileTest, CounterGoesBeforeTheLastDotOfTheFileName) {
+TEST_F(ObjectEventFileTest, NeverOverwritesAndSavesTheBytesUnderTheFirstFreeName) {
     fs::create_directory(dir.file("dir.v2"));
-    const struct {
-        const char* name;
-        const char* next;
-    } cases[] = {
-        {"a.b.c", "a.b_1.c"},
-        {"plain", "plain_1"},              // without an extension, at the end
-        {"dir.v2/file", "dir.v2/file_1"},  // a dot in a directory is no extension
-    };
-    for (const auto& c : cases) {
-        existing(c.name);
-        save(c.name, "1");
-        EXPECT_EQ(readFile(dir.file(c.next)), "1") << c.name;
-    }
-}
-
-TEST_F(ObjectEventFileTest, ContentIsSavedByteForByteEvenWhenEmpty) {
+    for (const char* name : {"y.bin", "y_2.bin", "a.b.c", "plain", "dir.v2/file"}) existing(name);
     const std::string raw("\x00\x0A\x0D\x0A\xFF\x1A\x00z", 8);
-    for (const std::string& bytes : {raw, std::string()}) {
-        save("raw.bin", bytes);
-        EXPECT_EQ(readFile(dir.file(bytes.empty() ? "raw_1.bin" : "raw.bin")), bytes);
+    const std::string nul("z.bin\0tail", 10);
+    const struct {
+        std::string name;
+        std::string bytes;
+        const char* savedAs;
+    } steps[] = {
+        {"y.bin", "n", "y_1.bin"},
+        {"y.bin", "m", "y_3.bin"},  // y_2.bin is taken
+        // The name ends at a NUL byte, as the file system reads it; the
+        // search for a free name must not stall on candidates that all look taken.
+        {nul, "a", "z.bin"},
+        {nul, "b", "z_1.bin"},
+        // The counter goes before the last dot of the file name.
+        {"a.b.c", "1", "a.b_1.c"},
+        {"plain", "1", "plain_1"},
+        {"dir.v2/file", "1", "dir.v2/file_1"},
+        {"raw.bin", raw, "raw.bin"},
+        {"raw.bin", "", "raw_1.bin"},
+    };
+    for (const auto& step : steps) {
+        save(step.name, step.bytes);
+        EXPECT_EQ(readFile(dir.file(step.savedAs)), step.bytes) << step.savedAs;
     }
     EXPECT_EQ(fs::file_size(dir.file("raw_1.bin")), 0u);
+    EXPECT_EQ(readFile(dir.file("y_2.bin")), "old");
 }
 
 TEST_F(ObjectEventFileTest, EmptyDetailOrAnUnopenableNameWritesNothing) {

@@ -1,4 +1,5 @@
-// Builders for hand-made events and calls in the statistics tests.
+// Builders for hand-made events and calls in the statistics tests, and a
+// text form of event trees to compare them by.
 #pragma once
 
 #include <cstdint>
@@ -32,6 +33,26 @@ inline ProfileEvent queueWait(uint64_t payload, std::vector<ProfileEvent> childr
 inline ExecutionSample sample(uint64_t netRunUs, std::vector<ProfileEvent> events = {},
                               uint64_t auxValue = 0) {
     return ExecutionSample{netRunUs, auxValue, std::move(events)};
+}
+
+// "name=payload", then "xN" for a sample count other than 1, ":tN" for a
+// value type other than u64 and the children in parentheses. `full` adds
+// every other field.
+inline std::string treeText(EventSpan events, bool full = false) {
+    std::string text;
+    for (const ProfileEvent& e : events) {
+        if (!text.empty()) text += ' ';
+        text += e.name.str() + "=" + std::to_string(e.value.payload);
+        if (e.sampleCount != 1) text += "x" + std::to_string(e.sampleCount);
+        if (e.value.dataType != kDataTypeUInt64) text += ":t" + std::to_string(e.value.dataType);
+        if (full) {
+            text += "#" + std::to_string(e.identifier) + "u" + std::to_string(e.unit) + "@" +
+                    std::to_string(e.timestamp) + "[" + e.detail.str() + "]" +
+                    std::string(e.bytes.begin(), e.bytes.end());
+        }
+        if (!e.children.empty()) text += "(" + treeText(e.children, full) + ")";
+    }
+    return text;
 }
 
 }  // namespace testdata

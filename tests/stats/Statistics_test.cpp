@@ -14,179 +14,88 @@ namespace {
 
 using testdata::event;
 using testdata::sample;
+using testdata::treeText;
+using Samples = std::vector<ExecutionSample>;
 
 constexpr uint64_t kLargest = 18446744073709551615ull;
 
-std::vector<std::string> namesOf(EventSpan events) {
-    std::vector<std::string> names;
-    for (const ProfileEvent& e : events) names.push_back(e.name);
-    return names;
+// "netRun aux events"
+std::string text(const StatSummary& s) {
+    return std::to_string(s.netRunUs) + " " + std::to_string(s.auxValue) + " " + treeText(s.events);
 }
 
-TEST(StatisticsTest, ZeroDurationsAddNothingAndStayOutOfTheDivisor) {
-    const std::vector<ExecutionSample> samples = {
-        sample(0, {event("a", 1)}, 11), sample(100, {event("b", 2)}, 12),
-        sample(0, {event("c", 3)}, 13), sample(300, {event("d", 4)}, 14)};
-
-    const StatSummary average = averageOf(samples);
-    EXPECT_EQ(average.netRunUs, 200u);
-    EXPECT_EQ(average.auxValue, 14u);  // the last sample's
-
-    const StatSummary maximum = maximumOf(samples);
-    EXPECT_EQ(maximum.netRunUs, 300u);
-    EXPECT_EQ(maximum.auxValue, 14u);
-    EXPECT_EQ(namesOf(maximum.events), std::vector<std::string>{"d"});
-
-    const StatSummary minimum = minimumOf(samples);
-    EXPECT_EQ(minimum.netRunUs, 100u);
-    EXPECT_EQ(minimum.auxValue, 12u);
-    EXPECT_EQ(namesOf(minimum.events), std::vector<std::string>{"b"});
+TEST(StatisticsTest, AverageMaximumAndMinimumPickTheirCall) {
+    const struct {
+        const char* what;
+        Samples samples;
+        const char* average;
+        const char* maximum;
+        const char* minimum;
+    } cases[] = {
+        // Zero durations stay out of the divisor and the minimum; aux is the last sample's.
+        {"zero durations",
+         {sample(0, {event("a", 1)}, 11), sample(100, {event("b", 2)}, 12),
+          sample(0, {event("c", 3)}, 13), sample(300, {event("d", 4)}, 14)},
+         "200 14 a=1 b=2 c=3 d=4", "300 14 d=4", "100 12 b=2"},
+        {"all zero: the minimum is the sentinel without events",
+         {sample(0, {event("first", 1)}, 5), sample(0, {event("last", 2)}, 6)},
+         "0 6 first=1 last=2", "0 6 last=2", "18446744073709551615 0 "},
+        {"empty list", {}, "0 0 ", "0 0 ", "0 0 "},
+        {"ties go to the later sample",
+         {sample(250, {event("first", 1)}, 1), sample(250, {event("second", 2)}, 2)},
+         "250 2 first=1 second=2", "250 2 second=2", "250 2 second=2"},
+        // (2^64 - 1 + 2) mod 2^64 = 1, / 2; the event's (2^64 - 1 + 3) = 2, / 2.
+        {"sums wrap in 64 bits", {sample(kLargest, {event("x", kLargest)}), sample(2, {event("x", 3)})},
+         "0 0 x=1x2", "18446744073709551615 0 x=18446744073709551615", "2 0 x=3"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(text(averageOf(c.samples)), c.average);
+        EXPECT_EQ(text(maximumOf(c.samples)), c.maximum);
+        EXPECT_EQ(text(minimumOf(c.samples)), c.minimum);
+    }
+    EXPECT_EQ(kNoMinimum, kLargest);
 }
 
-TEST(StatisticsTest, AllZeroDurationsGiveTheMinimumSentinel) {
-    const std::vector<ExecutionSample> samples = {sample(0, {event("first", 1)}, 5),
-                                                  sample(0, {event("last", 2)}, 6)};
-    EXPECT_EQ(averageOf(samples).netRunUs, 0u);
-
-    const StatSummary maximum = maximumOf(samples);
-    EXPECT_EQ(maximum.netRunUs, 0u);
-    EXPECT_EQ(maximum.auxValue, 6u);
-    EXPECT_EQ(namesOf(maximum.events), std::vector<std::string>{"last"});
-
-    const StatSummary minimum = minimumOf(samples);
-    EXPECT_EQ(minimum.netRunUs, kNoMinimum);
-    EXPECT_EQ(minimum.netRunUs, kLargest);
-    EXPECT_EQ(minimum.auxValue, 0u);
-    EXPECT_TRUE(minimum.events.empty());
-}
-
-TEST(StatisticsTest, EmptyListGivesZerosEverywhere) {
-    const std::vector<ExecutionSample> none;
-    for (const StatSummary& summary : {averageOf(none), maximumOf(none), minimumOf(none)}) {
-        EXPECT_EQ(summary.netRunUs, 0u);
-        EXPECT_EQ(summary.auxValue, 0u);
-        EXPECT_TRUE(summary.events.empty());
+TEST(StatisticsTest, AveragedEventsAreMergedByNameAndDividedByTheirOwnCount) {
+    const struct {
+        const char* what;
+        Samples samples;
+        const char* events;
+    } cases[] = {
+        {"an event missing from some calls",
+         {sample(10, {event("Conv", 10)}), sample(10, {event("Other", 4)}), sample(10, {event("Conv", 20)})},
+         "Conv=15x2 Other=4"},
+        // Matched values become u64; one seen once keeps its code and is not divided.
+        {"value types",
+         {sample(1, {event("signed", 7, {}, kUnitCount, kDataTypeInt64),
+                     event("float", 0x40490fdb, {}, kUnitNone, kDataTypeFloat32)}),
+          sample(1, {event("signed", 8, {}, kUnitCount, kDataTypeInt64)})},
+         "signed=7x2 float=1078530011:t562"},  // 0x232
+        {"object events are never accumulated",
+         {sample(1, {event("blob", 1, {}, kUnitObject), event("a", 2)}),
+          sample(1, {event("blob2", 1, {}, kUnitObject), event("a", 4), event("b", 6)})},
+         "a=3x2 b=6"},
+        {"children at every depth",
+         {sample(10, {event("top", 10, {event("mid", 20, {event("leaf", 30)})})}),
+          sample(10, {event("top", 30, {event("mid", 40, {event("leaf", 50), event("late", 9)})})})},
+         "top=20x2(mid=30x2(leaf=40x2 late=9))"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(treeText(averageOf(c.samples).events), c.events);
     }
 }
 
-TEST(StatisticsTest, TiesGoToTheLaterSample) {
-    const std::vector<ExecutionSample> samples = {sample(250, {event("first", 1)}, 1),
-                                                  sample(250, {event("second", 2)}, 2)};
-    for (const StatSummary& summary : {maximumOf(samples), minimumOf(samples)}) {
-        EXPECT_EQ(summary.netRunUs, 250u);
-        EXPECT_EQ(summary.auxValue, 2u);
-        EXPECT_EQ(namesOf(summary.events), std::vector<std::string>{"second"});
-    }
-}
-
-TEST(StatisticsTest, SumsWrapInSixtyFourBits) {
-    const StatSummary average =
-        averageOf({sample(kLargest, {event("x", kLargest)}), sample(2, {event("x", 3)})});
-    EXPECT_EQ(average.netRunUs, 0u);  // (2^64 - 1 + 2) mod 2^64 = 1, / 2
-    ASSERT_EQ(average.events.size(), 1u);
-    EXPECT_EQ(average.events[0].value.payload, 1u);  // (2^64 - 1 + 3) mod 2^64 = 2, / 2
-}
-
-TEST(StatisticsTest, EventMissingFromSomeCallsIsAveragedOverItsOwnCount) {
-    const std::vector<ExecutionSample> samples = {
-        sample(10, {event("Conv", 10)}), sample(10, {event("Other", 4)}), sample(10, {event("Conv", 20)})};
-
-    std::vector<ProfileEvent> merged;
-    for (const ExecutionSample& s : samples) mergeEvents(merged, s.events);
-    ASSERT_EQ(namesOf(merged), (std::vector<std::string>{"Conv", "Other"}));
-    EXPECT_EQ(merged[0].value.payload, 30u);
-    EXPECT_EQ(merged[0].sampleCount, 2u);
-    EXPECT_EQ(merged[1].sampleCount, 1u);
-
-    const StatSummary average = averageOf(samples);
-    ASSERT_EQ(average.events.size(), 2u);
-    EXPECT_EQ(average.events[0].value.payload, 15u);
-    EXPECT_EQ(average.events[1].value.payload, 4u);
-}
-
-TEST(StatisticsTest, MatchedValuesBecomeUnsignedButUnmatchedKeepTheirCode) {
-    const StatSummary average =
-        averageOf({sample(1, {event("signed", 7, {}, kUnitCount, kDataTypeInt64),
-                              event("float", 0x40490fdb, {}, kUnitNone, kDataTypeFloat32)}),
-                   sample(1, {event("signed", 8, {}, kUnitCount, kDataTypeInt64)})});
-    ASSERT_EQ(average.events.size(), 2u);
-    EXPECT_EQ(average.events[0].value.dataType, static_cast<uint32_t>(kDataTypeUInt64));
-    EXPECT_EQ(average.events[0].value.payload, 7u);  // 15 / 2
-    // Seen once: neither converted nor divided.
-    EXPECT_EQ(average.events[1].value.dataType, static_cast<uint32_t>(kDataTypeFloat32));
-    EXPECT_EQ(average.events[1].value.payload, 0x40490fdbu);
-}
-
-TEST(StatisticsTest, ObjectEventsAreNeverAccumulated) {
-    const StatSummary average =
-        averageOf({sample(1, {event("blob", 1, {}, kUnitObject), event("a", 2)}),
-                   sample(1, {event("blob2", 1, {}, kUnitObject), event("a", 4), event("b", 6)})});
-    EXPECT_EQ(namesOf(average.events), (std::vector<std::string>{"a", "b"}));
-    EXPECT_EQ(average.events[0].value.payload, 3u);
-}
-
-// A list as wide as this one is looked up through the merger's name index.
-std::vector<ProfileEvent> wideList(std::vector<ProfileEvent> tail) {
-    std::vector<ProfileEvent> events;
-    for (int i = 0; i < 40; ++i) events.push_back(event("filler" + std::to_string(i), 1));
-    for (ProfileEvent& e : tail) events.push_back(std::move(e));
-    return events;
-}
-
-TEST(StatisticsTest, RepeatedNamesMatchTheFirstAccumulatedEvent) {
-    for (const bool wide : {false, true}) {
-        SCOPED_TRACE(wide ? "wide" : "narrow");
-        auto list = [wide](std::vector<ProfileEvent> events) {
-            return wide ? wideList(std::move(events)) : events;
-        };
-        const size_t base = wide ? 40 : 0;
-        // The first list is taken whole, its repeated name included.
-        std::vector<ProfileEvent> merged = list({event("dup", 1), event("dup", 2)});
-        mergeEvents(merged, list({event("dup", 10)}));
-        // A name first met in a later list is appended once, and its second
-        // occurrence in the same list joins the appended copy.
-        mergeEvents(merged, list({event("new", 5), event("new", 7)}));
-        ASSERT_EQ(merged.size(), base + 3);
-        EXPECT_EQ(merged[base].value.payload, 11u);
-        EXPECT_EQ(merged[base].sampleCount, 2u);
-        EXPECT_EQ(merged[base + 1].value.payload, 2u);
-        EXPECT_EQ(merged[base + 1].sampleCount, 1u);
-        EXPECT_EQ(merged[base + 2].name, "new");
-        EXPECT_EQ(merged[base + 2].value.payload, 12u);
-        EXPECT_EQ(merged[base + 2].sampleCount, 2u);
-    }
-}
-
-TEST(StatisticsTest, ChildrenAreMergedAndAveragedAtEveryDepth) {
-    const StatSummary average = averageOf(
-        {sample(10, {event("top", 10, {event("mid", 20, {event("leaf", 30)})})}),
-         sample(10, {event("top", 30, {event("mid", 40, {event("leaf", 50), event("late", 9)})})})});
-    ASSERT_EQ(average.events.size(), 1u);
-    const ProfileEvent& top = average.events[0];
-    EXPECT_EQ(top.value.payload, 20u);
-    ASSERT_EQ(top.children.size(), 1u);
-    const ProfileEvent& mid = top.children[0];
-    EXPECT_EQ(mid.value.payload, 30u);
-    EXPECT_EQ(mid.sampleCount, 2u);
-    ASSERT_EQ(namesOf(mid.children), (std::vector<std::string>{"leaf", "late"}));
-    EXPECT_EQ(mid.children[0].value.payload, 40u);
-    EXPECT_EQ(mid.children[1].value.payload, 9u);
-    EXPECT_EQ(mid.children[1].sampleCount, 1u);
-}
-
-// The merge rules written out as plainly as possible, to check the indexed
-// merge against on random wide lists with many repeated names.
+// The merge rules written out as plainly as possible: the first list is
+// taken whole, later events join the first event of their name (appended
+// ones included), unmatched objects are dropped.
 void referenceMerge(std::vector<ProfileEvent>& into, EventSpan from) {
-    if (into.empty()) {
-        for (const ProfileEvent& e : from) {
-            if (e.unit != kUnitObject) into.push_back(e);
-        }
-        return;
-    }
+    const bool first = into.empty();
     for (const ProfileEvent& b : from) {
         ProfileEvent* match = nullptr;
         for (ProfileEvent& a : into) {
-            if (a.name == b.name) {
+            if (!first && a.name == b.name) {
                 match = &a;
                 break;
             }
@@ -199,18 +108,6 @@ void referenceMerge(std::vector<ProfileEvent>& into, EventSpan from) {
         } else if (b.unit != kUnitObject) {
             into.push_back(b);
         }
-    }
-}
-
-void expectSameTree(EventSpan actual, EventSpan expected) {
-    ASSERT_EQ(actual.size(), expected.size());
-    for (size_t i = 0; i < actual.size(); ++i) {
-        ASSERT_EQ(actual[i].name, expected[i].name);
-        ASSERT_EQ(actual[i].unit, expected[i].unit);
-        ASSERT_EQ(actual[i].value.dataType, expected[i].value.dataType);
-        ASSERT_EQ(actual[i].value.payload, expected[i].value.payload);
-        ASSERT_EQ(actual[i].sampleCount, expected[i].sampleCount);
-        expectSameTree(actual[i].children, expected[i].children);
     }
 }
 
@@ -230,10 +127,12 @@ std::vector<ProfileEvent> randomList(std::mt19937& random, size_t width, int dep
     return events;
 }
 
+// Random lists, narrow and wider than the merger's name index threshold,
+// with many repeated names.
 TEST(StatisticsTest, IndexedMergeMatchesThePlainRules) {
     std::mt19937 random(20240611);
     for (int round = 0; round < 8; ++round) {
-        std::vector<ExecutionSample> samples;
+        Samples samples;
         std::uniform_int_distribution<size_t> width(0, 40);
         for (int s = 0; s < 6; ++s) samples.push_back(sample(1, randomList(random, width(random), 2)));
 
@@ -241,11 +140,10 @@ TEST(StatisticsTest, IndexedMergeMatchesThePlainRules) {
         for (const ExecutionSample& s : samples) referenceMerge(expected, s.events);
         std::vector<ProfileEvent> merged;
         for (const ExecutionSample& s : samples) mergeEvents(merged, s.events);
-        expectSameTree(merged, expected);
+        ASSERT_EQ(treeText(merged, true), treeText(expected, true));
 
         divideBySampleCount(expected);
-        expectSameTree(averageOf(samples).events, expected);
-        if (HasFatalFailure()) return;
+        ASSERT_EQ(treeText(averageOf(samples).events, true), treeText(expected, true));
     }
 }
 

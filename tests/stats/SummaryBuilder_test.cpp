@@ -6,6 +6,7 @@
 
 #include "logging/LogLevels.h"
 #include "reader/VekProfileLogReader.h"
+#include "stats/PrintTimeFigures.h"
 #include "stats/SampleBuilders.h"
 #include "support/LogCapture.h"
 
@@ -105,6 +106,26 @@ TEST(SummaryBuilderTest, QueueWaitListsNeedExactlyOneWaitPerCall) {
         EXPECT_EQ(capture.count(kDiagnostic), c.diagnostics);
         EXPECT_EQ(capture.contains(kDiagnostic, kLogWarn), c.diagnostics > 0);
     }
+}
+
+GraphSummary graph(const std::string& name, uint64_t netRunUs) { return GraphSummary{name, netRunUs, 0, {}}; }
+
+// The summary's golden files show the usual figures; these are the edges.
+TEST(PrintTimeFiguresTest, QueueWaitIsSubtractedWithWrapping) {
+    constexpr uint64_t kLargest = 18446744073709551615ull;
+    // The average takes the truncated mean of the first matching series.
+    const std::vector<QueueWaitSeries> series = {{"other", {50}}, {"g", {3, 4, 4}}, {"g", {1}}};
+    EXPECT_EQ(roundTripExcludingAverageQueueWait(graph("g", 100), series), 97u);
+    EXPECT_FALSE(roundTripExcludingAverageQueueWait(graph("G", 100), series).has_value());
+    EXPECT_EQ(roundTripExcludingAverageQueueWait(graph("g", 2), series), kLargest);
+    // Degenerate series do not reach an undefined conversion.
+    EXPECT_EQ(roundTripExcludingAverageQueueWait(graph("g", 8), {{"g", {}}}), 8u);
+    EXPECT_EQ(roundTripExcludingAverageQueueWait(graph("g", 8), {{"g", {kLargest, kLargest}}}), 9u);
+
+    const std::vector<QueueWaitValue> single = {{"a", 10}, {"b", 30}};
+    EXPECT_EQ(roundTripExcludingQueueWait(graph("b", 100), single), 70u);
+    EXPECT_EQ(roundTripExcludingQueueWait(graph("a", 4), single), kLargest - 5);
+    EXPECT_FALSE(roundTripExcludingQueueWait(graph("c", 4), single).has_value());
 }
 
 }  // namespace
