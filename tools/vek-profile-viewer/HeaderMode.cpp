@@ -6,7 +6,7 @@ namespace viewer {
 int runHeaderMode(ViewerSession& session) {
     ReaderPlugin::ReaderHandle reader =
         session.loadLog(session.options().logPaths.front(), ViewerSession::ReaderKind::Trace,
-                        ViewerSession::LogContent::EveryCall);
+                        ViewerSession::LogContent::SummariesOnly);
     if (!reader) return kExitFailure;
     const std::string header = reader->printHeader();
     if (header.empty()) return ViewerSession::fail("the log has no header");
