@@ -1,7 +1,6 @@
-// The reader's guide, docs/reading-the-reports.md, explains every label that
-// the reports print for the bundled sample: a label that the guide does not
-// name in its text (as inline code, outside the quoted output) fails here, so
-// a new label cannot land unexplained.
+// Every label the reports print for the bundled sample is named in
+// docs/reading-the-reports.md (as inline code outside the quoted output), so
+// that a new label cannot land unexplained.
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 
@@ -16,9 +15,8 @@ namespace {
 
 using Labels = std::set<std::string>;
 
-// The labels of report lines: the text before each colon that ends a word
-// ("NetRun: 1703 us", "Init Stats:"), without the value that precedes a
-// second label ("Epoch Timestamp: 1718031845123456 Steady Clock Timestamp: 5").
+// The text before each colon that ends a word ("NetRun: 1703 us"), without the
+// value before a second label ("Epoch Timestamp: 17 Steady Clock Timestamp: 5").
 Labels colonLabels(const std::string& text) {
     Labels labels;
     std::istringstream lines(text);
@@ -36,36 +34,32 @@ Labels colonLabels(const std::string& text) {
     return labels;
 }
 
-std::vector<std::string> split(const std::string& line, const std::string& separator) {
+std::vector<std::string> fields(const std::string& line) {
     std::vector<std::string> fields;
-    size_t start = 0;
-    for (size_t end; (end = line.find(separator, start)) != std::string::npos; start = end + separator.size()) {
-        fields.push_back(line.substr(start, end - start));
-    }
-    fields.push_back(line.substr(start));
+    std::istringstream in(line);
+    for (std::string field; std::getline(in, field, ',');) fields.push_back(field.erase(0, field[0] == ' '));
     return fields;
 }
 
-// The 4 header rows' names, the column names and the words of the columns
-// that hold a vocabulary (Message, Unit of Measurement, Timing Source, Event Level).
+// The 4 header rows' names, the column names and the words of the columns that
+// hold a vocabulary (Message, Unit of Measurement, Timing Source, Event Level).
 Labels csvLabels(const std::string& text) {
     Labels labels;
     std::istringstream lines(text);
     std::string line;
-    for (int row = 0; row < 4 && std::getline(lines, line); ++row) labels.insert(split(line, ", ")[0]);
+    for (int row = 0; row < 4 && std::getline(lines, line); ++row) labels.insert(fields(line)[0]);
     std::getline(lines, line);
-    for (const std::string& column : split(line, ", ")) labels.insert(column);
+    for (const std::string& column : fields(line)) labels.insert(column);
     while (std::getline(lines, line)) {
-        const std::vector<std::string> fields = split(line, ",");
+        const std::vector<std::string> row = fields(line);
         for (size_t column : {1, 3, 4, 5}) {
-            if (column < fields.size()) labels.insert(fields[column]);
+            if (column < row.size()) labels.insert(row[column]);
         }
     }
     return labels;
 }
 
-// Every key, the words that a trace's keys ph, tid and cname take, and the
-// names of metadata events.
+// Every key, the words that the keys ph, tid and cname take, and the names of metadata events.
 void addFields(const rapidjson::Value& value, Labels& labels) {
     if (value.IsArray()) {
         for (const auto& item : value.GetArray()) addFields(item, labels);
@@ -88,8 +82,7 @@ Labels jsonFields(const std::string& text) {
     return labels;
 }
 
-// What the guide names: its inline code outside fenced blocks, and the labels
-// in it ("`NetRun: 1703 us`" names NetRun).
+// The guide's inline code outside fenced blocks, and the labels in it.
 Labels namedInGuide(const std::string& guide) {
     Labels named;
     std::istringstream lines(guide);
@@ -121,7 +114,6 @@ TEST(ReadingGuide, NamesEveryLabelOfTheSamplesReports) {
         {"trace mode's summary", colonLabels(run("-o exact.json") + run("--trace-format portable -o portable.json"))},
         {"exact trace", jsonFields(file("exact.json"))},
         {"portable trace", jsonFields(file("portable.json"))},
-        // The views' JSON keys are their CSV columns and their text's figures.
         {"top view", jsonFields(run("-m top --format json"))},
         {"diff view", jsonFields(run("-m diff --format json '" VEK_SAMPLE_DIR "/linting_sample_changed.log'"))},
     };

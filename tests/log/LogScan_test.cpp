@@ -1,19 +1,14 @@
-// Reading chunks: the scan that finds where a log breaks, and the message
-// stream that verifies one chunk and hands out its messages.
+// The scan that finds where a log breaks, and the stream that verifies one
+// chunk and hands out its messages.
 #include <gtest/gtest.h>
-
-#include <cstdio>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "log/FlatBufferReaderUtil.h"
 #include "log/LogScan.h"
 #include "support/LogCapture.h"
 #include "support/LogWriter.h"
+#include "support/MemoryFile.h"
 
-namespace vek {
-namespace profiling {
+namespace vek::profiling {
 namespace {
 
 using namespace testlog;
@@ -26,9 +21,7 @@ struct Scanned {
     std::vector<uint8_t> prefix;  // the valid prefix, framed again
 };
 
-Scanned scan(const std::vector<uint8_t>& bytes, ScanExtent extent = ScanExtent::kWholeLog) {
-    TempDir dir;
-    LogWriter().rawBytes(bytes).writeTo(dir.file("log"));
+Scanned scan(const std::vector<uint8_t>& bytes) {
     Scanned result;
     LogScanCallbacks callbacks;
     callbacks.problem = [&](const ChunkProblem& problem) { result.problems.push_back(problem); };
@@ -37,9 +30,7 @@ Scanned scan(const std::vector<uint8_t>& bytes, ScanExtent extent = ScanExtent::
         result.prefix.insert(result.prefix.end(), framed.begin(), framed.end());
         return true;
     };
-    std::FILE* file = std::fopen(dir.file("log").c_str(), "rb");
-    result.summary = scanLog(file, extent, callbacks);
-    std::fclose(file);
+    result.summary = scanLog(MemoryFile(std::string(bytes.begin(), bytes.end())).get(), ScanExtent::kWholeLog, callbacks);
     return result;
 }
 
@@ -65,10 +56,7 @@ TEST(LogScan, FindsEveryProblemWithItsPlaceAndWhatCameBefore) {
     const uint64_t end = two.size();
     std::vector<uint8_t> cutThird = chunks(3).bytes();
     cutThird.resize(cutThird.size() - 5);
-    struct Expected {
-        Kind kind;
-        uint64_t index, offset, chunksBefore, messagesBefore;
-    };
+    struct Expected { Kind kind; uint64_t index, offset, chunksBefore, messagesBefore; };
     const struct {
         const char* name;
         std::vector<uint8_t> bytes;
@@ -106,27 +94,13 @@ TEST(LogScan, FindsEveryProblemWithItsPlaceAndWhatCameBefore) {
         }
         EXPECT_EQ(result.summary.prefixChunks, c.prefixChunks);
         EXPECT_EQ(result.summary.validChunks, c.validChunks);
-        // The prefix handed out is exactly the first bytes of the log.
-        EXPECT_EQ(result.summary.prefixBytes, result.prefix.size());
+        EXPECT_EQ(result.summary.prefixBytes, result.prefix.size());  // the log's first bytes
         EXPECT_TRUE(std::equal(result.prefix.begin(), result.prefix.end(), c.bytes.begin()));
     }
 }
 
-TEST(LogScan, ValidPrefixExtentStopsAtTheFirstProblem) {
-    const Scanned result =
-        scan(chunks(1).bytes() + kGarbageChunk + chunks(1).bytes(), ScanExtent::kValidPrefix);
-    EXPECT_EQ(result.problems.size(), 1u);
-    EXPECT_EQ(result.summary.chunks, 2u);
-    EXPECT_EQ(result.prefix, chunks(1).bytes());
-}
-
-std::shared_ptr<ChunkBuffer> bufferOf(std::vector<uint8_t> bytes) {
-    return std::make_shared<ChunkBuffer>(std::move(bytes));
-}
-
-// The smallest possible chunk: root offset 4 to an empty table whose soffset
-// (-4) points forward to a vtable of 4 bytes that lists no fields and gives
-// the table's size as 4.
+// The smallest chunk: root offset 4 to an empty table whose soffset (-4) points
+// to a vtable of 4 bytes that lists no fields and gives the table's size as 4.
 std::vector<uint8_t> smallestChunk(uint32_t rootOffset = 4) {
     return {static_cast<uint8_t>(rootOffset), static_cast<uint8_t>(rootOffset >> 8),
             static_cast<uint8_t>(rootOffset >> 16), static_cast<uint8_t>(rootOffset >> 24),
@@ -144,20 +118,14 @@ TEST(FlatBufferReaderUtilTest, TwelveBytesCanDoAndRefusedChunksChangeNothing) {
         return buildChunk(ChunkSpec{}.header(HeaderSpec{}).message(MessageSpec(1).graph("ok")).message(broken));
     };
     const std::vector<std::vector<uint8_t>> refused = {
-        {},
-        eleven,
-        smallestChunk(0),
+        {}, eleven, smallestChunk(0), smallestChunk(0xfffffffcu),
         smallestChunk(0x80000000u),  // negative as a signed offset
-        smallestChunk(0xfffffffcu),
         smallestChunk(12),           // == size
         smallestChunk(11),           // in range, but no room for a table
-        missingField(true),          // a message without its required stamp
-        missingField(false),         // or timing
-    };
+        missingField(true), missingField(false)};  // a message without its stamp, or its timing
     LogCapture capture;
     FlatBufferReaderUtil stream;
-    // Twelve bytes are enough when the root verifies.
-    const auto smallest = bufferOf(smallestChunk());
+    const auto smallest = std::make_shared<ChunkBuffer>(smallestChunk());  // twelve bytes can do
     ASSERT_TRUE(stream.init(smallest));
     EXPECT_EQ(capture.count(kCorrupt), 0u);
     EXPECT_EQ(stream.nextMessage(), nullptr);
@@ -165,7 +133,7 @@ TEST(FlatBufferReaderUtilTest, TwelveBytesCanDoAndRefusedChunksChangeNothing) {
     ASSERT_NE(root, nullptr);
     for (size_t i = 0; i < refused.size(); ++i) {
         SCOPED_TRACE(i);
-        EXPECT_FALSE(stream.init(bufferOf(refused[i])));
+        EXPECT_FALSE(stream.init(std::make_shared<ChunkBuffer>(refused[i])));
         EXPECT_EQ(stream.root(), root);
         EXPECT_EQ(stream.header(), nullptr);
     }
@@ -175,5 +143,4 @@ TEST(FlatBufferReaderUtilTest, TwelveBytesCanDoAndRefusedChunksChangeNothing) {
 }
 
 }  // namespace
-}  // namespace profiling
-}  // namespace vek
+}  // namespace vek::profiling
