@@ -5,12 +5,6 @@ import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
 
-// $CHROMIUM, else the first of the usual names on PATH.
-function findChromium() {
-  const candidates = process.env.CHROMIUM ? [process.env.CHROMIUM] : ['chromium', 'chromium-browser'];
-  return candidates.find((c) => spawnSync('sh', ['-c', `command -v "${c}"`]).status === 0) ?? null;
-}
-
 // For a machine without a display, GPU, sandbox or network; WebGL falls back
 // to the software renderer, which has to be asked for.
 const kFlags = ['--headless', '--no-sandbox', '--disable-gpu', '--enable-unsafe-swiftshader',
@@ -25,8 +19,7 @@ class Page {
   send(method, params = {}) { return this.browser.send(method, params, this.sessionId); }
   close() { return this.browser.send('Target.closeTarget', {targetId: this.targetId}); }
   on(event, handler) { this.handlers.set(event, [...(this.handlers.get(event) ?? []), handler]); }
-  // The value of an expression in the page; promises are awaited.
-  async evaluate(expression) {
+  async evaluate(expression) {  // promises are awaited
     const {result, exceptionDetails} = await this.send(
         'Runtime.evaluate', {expression, returnByValue: true, awaitPromise: true});
     if (exceptionDetails) throw new Error(`in the page: ${exceptionDetails.text}`);
@@ -48,14 +41,15 @@ class Page {
   resize(width, height) {
     return this.send('Emulation.setDeviceMetricsOverride', {width, height, deviceScaleFactor: 1, mobile: false});
   }
-  // A PNG of the viewport, or of `clip`.
-  async screenshot(clip = undefined) {
+  async screenshot(clip = undefined) {  // a PNG of the viewport, or of `clip`
     return Buffer.from((await this.send('Page.captureScreenshot', {format: 'png', clip})).data, 'base64');
   }
 }
 
 export class Chromium {
-  static async launch(binary = findChromium()) {
+  static async launch() {  // $CHROMIUM, else the first of the usual names on PATH
+    const binary = [process.env.CHROMIUM ?? 'chromium', 'chromium-browser'].find(
+        (name) => spawnSync('sh', ['-c', `command -v "${name}"`]).status === 0);
     if (!binary) throw new Error('no Chromium found (set CHROMIUM)');
     const profile = fs.mkdtempSync(path.join(os.tmpdir(), 'vek-chromium-'));
     const browser = new Chromium(spawn(binary, [...kFlags, `--user-data-dir=${profile}`, 'about:blank'],

@@ -1,14 +1,7 @@
-// Opens portable traces in the trace clients as a person does. The DevTools
-// trace engine (the Performance panel's model), after a strict JSON read
-// (UTF-8 as it stands, no lone surrogate escapes, integers only), must put
-// every slice ("ph": "X") into its thread's tree: it leaves out a slice that
-// overlaps another of its thread. speedscope's static app in headless
-// Chromium, driven by "Browse", the file and "n" for the next profile, must
-// make a profile that draws (coloured pixels) of every thread that holds
-// slices, and report a trace without slices as empty, not refuse it.
-// Screenshots go next to each trace. Both clients open .json.gz files as they are.
-//
-//   node trace_check.mjs TRACE.json[.gz]...
+// node trace_check.mjs TRACE.json[.gz]...: opens the traces as a person does. The DevTools trace engine
+// (after a strict JSON read) must put every slice into its thread's tree, and speedscope in headless Chromium
+// must draw a profile of every thread with slices (screenshots next to the trace) or call a trace without
+// slices empty.
 import fs from 'node:fs';
 import {createRequire} from 'node:module';
 import path from 'node:path';
@@ -58,18 +51,14 @@ export async function eachProfile(page, visit) {
     await page.evaluate('new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done)))');
     await visit(line.replace(/ \(\d+\/\d+\)$/, ''), index);
     if (index === count) return count;
-    for (const type of ['keyDown', 'keyUp']) {
-      await page.send('Input.dispatchKeyEvent', {type, key: 'n', code: 'KeyN', text: 'n'});
-    }
+    for (const type of ['keyDown', 'keyUp']) await page.send('Input.dispatchKeyEvent', {type, key: 'n', code: 'KeyN', text: 'n'});
     const previous = line;
-    line = await until('the next profile', async () => {
-      const next = await profileLine();
-      return next !== previous && next;
-    });
+    line = await until('the next profile', async () => ((next) => next !== previous && next)(await profileLine()));
   }
 }
 
 const lanes = ['Foreground', 'Background'];
+// UTF-8 as it stands (a fatal decoder), no lone surrogate escapes, integers only.
 const strict = (key, value) => {
   for (const string of [key, value].filter((s) => typeof s === 'string')) {
     if (/[\uD800-\uDBFF](?![\uDC00-\uDFFF])|(?<![\uD800-\uDBFF])[\uDC00-\uDFFF]/.test(string)) {
@@ -88,13 +77,9 @@ async function traceEngine(json) {
   await model.parse(events);
   const {processes, entryToNode} = model.parsedTrace().data.Renderer;
   const threads = [...processes.values()].flatMap((process) => [...process.threads.values()].map((t) => t.name));
-  const problems = [];
   const missing = slices.filter((slice) => !entryToNode.has(slice));
-  if (missing.length) {
-    const {name, pid, tid, ts} = missing[0];
-    problems.push(`${missing.length} of ${slices.length} slices left out of the thread trees ` +
-                  `(first: "${name}" pid ${pid} tid ${tid} ts ${ts})`);
-  }
+  const problems = missing.length ? [`${missing.length} of ${slices.length} slices left out of the thread trees ` +
+                                     `(first: ${JSON.stringify(missing[0])})`] : [];
   for (const lane of lanes) {
     if (slices.length && !threads.some((name) => ` ${name}`.endsWith(` ${lane}`))) problems.push(`no ${lane} thread`);
   }
@@ -115,13 +100,10 @@ async function speedscope(browser, page, file, json) {
     page.send('Page.handleJavaScriptDialog', {accept: true}).catch(() => {});
   });
   const importMs = await importTrace(page, file, () => dialogs.length || problems.length);
-  if (dialogs.length) {
-    if (dialogs.join() !== kEmptyMessage || threads.size) problems.push(`said: ${dialogs.join(' | ')}`);
-    return {summary: `imported in ${importMs} ms, reported "${dialogs.join(' | ')}"`, problems};
-  }
+  if (dialogs.length && (dialogs.join() !== kEmptyMessage || threads.size)) problems.push(`said: ${dialogs.join(' | ')}`);
+  if (dialogs.length) return {summary: `imported in ${importMs} ms, reported "${dialogs.join(' | ')}"`, problems};
   if ((await page.evaluate('document.body.innerText')).includes(refusedText)) {
-    problems.push(`showed "${refusedText}"`);
-    return {summary: `refused after ${importMs} ms`, problems};
+    return {summary: `refused after ${importMs} ms`, problems: [...problems, `showed "${refusedText}"`]};
   }
   const drawn = [];
   const count = await eachProfile(page, async (name, index) => {

@@ -24,18 +24,21 @@ protected:
                     EventSpec::u64("bg wait", 3, 1, 5003), EventSpec::u64("resources", 1, 1, 5004)})}),
                 EventSpec::object("Blob", {1, 2, 3}, "blob.bin")}));
         log.writeTo(dir_.file("run.bin"));
-        LogWriter noOps, blank;
-        noOps.chunk().message(
-            MessageSpec(kExecute).graph("g0").times(0, 9).withEvents({EventSpec::u64("Accelerator", 8)}));
-        noOps.writeTo(dir_.file("noops.bin"));
-        blank.chunk();  // one chunk with nothing in it
-        blank.writeTo(dir_.file("blank.bin"));
+        writeLog("noops.bin",
+                 {MessageSpec(kExecute).graph("g0").times(0, 9).withEvents({EventSpec::u64("Accelerator", 8)})});
+        writeLog("blank.bin", {});  // one chunk with nothing in it
         LogWriter().rawChunk(std::vector<uint8_t>(16, 0xff)).writeTo(dir_.file("corrupt.bin"));
         LogWriter().rawBytes({'{', '"', 'a', '"', ':', '1', '}'}).writeTo(dir_.file("trace.json"));
         LogWriter().writeTo(dir_.file("empty.bin"));
         fs::create_directory(dir_.file("dir"));
     }
 
+    void writeLog(const std::string& name, const std::vector<MessageSpec>& messages) {
+        LogWriter log;
+        for (const MessageSpec& message : messages) log.chunk().message(message);
+        if (messages.empty()) log.chunk();
+        log.writeTo(dir_.file(name));
+    }
     testtools::ToolRun run(const std::string& arguments) {
         return testtools::runTool(dir_, VEK_PROFILE_VIEWER_TOOL, arguments);
     }
@@ -54,12 +57,9 @@ TEST_F(ViewerTest, ExitStatusesAndMessages) {
         const char *out, *err, *absent;
     } cases[] = {
         // Usage errors: 2.
-        {"", 2, nullptr, nullptr, nullptr},
-        {"--bogus run.bin", 2, nullptr, nullptr, nullptr},
-        {"run.bin --mode", 2, nullptr, nullptr, nullptr},
-        {"run.bin --mode=pdf", 2, nullptr, nullptr, nullptr},
-        {"run.bin -v 300", 2, nullptr, nullptr, nullptr},
-        {"run.bin --log-level 6", 2, nullptr, nullptr, nullptr},
+        {"", 2, nullptr, nullptr, nullptr}, {"--bogus run.bin", 2, nullptr, nullptr, nullptr},
+        {"run.bin --mode", 2, nullptr, nullptr, nullptr}, {"run.bin --mode=pdf", 2, nullptr, nullptr, nullptr},
+        {"run.bin -v 300", 2, nullptr, nullptr, nullptr}, {"run.bin --log-level 6", 2, nullptr, nullptr, nullptr},
         {"-m diff run.bin", 2, "", "mode diff needs 2 logs", nullptr},
         {"-m top --threshold 3 run.bin", 2, "", "--threshold does not apply to mode top", nullptr},
         {"-m top --sort size run.bin", 2, "", "--sort", nullptr},
@@ -108,8 +108,7 @@ TEST_F(ViewerTest, ExitStatusesAndMessages) {
         EXPECT_TRUE(!c.absent || (result.out + result.err).find(c.absent) == std::string::npos);
     }
     EXPECT_FALSE(fs::exists(dir_.file("report.html")));
-    // The report is named after the log.
-    EXPECT_EQ(readFile(dir_.file("run.html")).rfind("<!DOCTYPE html>", 0), 0u);
+    EXPECT_EQ(readFile(dir_.file("run.html")).rfind("<!DOCTYPE html>", 0), 0u);  // named after the log
     EXPECT_TRUE(contains("run.html", "<title>conv [PQA]: 40 us at 5 us</title>"));
 }
 
@@ -172,9 +171,7 @@ TEST_F(ViewerTest, ObjectFilesStayInTheirDirectoryUnlessAllowedOut) {
     const std::string hostile[] = {dir_.file("outside/absolute.bin"), "../outside/parent.bin", "link/through-link.bin"};
     std::vector<EventSpec> events = {EventSpec::object("Kept", {7}, "kept.bin")};
     for (const std::string& name : hostile) events.push_back(EventSpec::object("Evil", {6}, name));
-    LogWriter log;
-    log.chunk().message(MessageSpec(kExecute).graph("g0").times(0, 10).withEvents(events));
-    log.writeTo(dir_.file("hostile.bin"));
+    writeLog("hostile.bin", {MessageSpec(kExecute).graph("g0").times(0, 10).withEvents(events)});
 
     ASSERT_EQ(run("-o trace.json hostile.bin").status, 0);
     EXPECT_FALSE(fs::exists(dir_.file("kept.bin")));  // not without the flag
@@ -195,12 +192,11 @@ TEST_F(ViewerTest, ObjectFilesStayInTheirDirectoryUnlessAllowedOut) {
 }
 
 TEST_F(ViewerTest, DiffExitsWithThreeWhenAGraphGotSlowerThanAllowed) {
-    LogWriter changed;  // against run.bin: g0 20 % slower (NetRun 250 -> 300 us), g1 added
-    for (const char* graph : {"g0", "g1"}) {
-        changed.chunk().message(MessageSpec(kExecute).graph(graph).times(100, 400).withEvents(
-            {EventSpec::u64("Accelerator", 290).withChildren({EventSpec::u64("conv", 150, 1, 404)})}));
-    }
-    changed.writeTo(dir_.file("new.bin"));
+    const auto slower = [](const char* graph) {  // than run.bin: NetRun 250 -> 300 us, 20 %
+        return MessageSpec(kExecute).graph(graph).times(100, 400).withEvents(
+            {EventSpec::u64("Accelerator", 290).withChildren({EventSpec::u64("conv", 150, 1, 404)})});
+    };
+    writeLog("new.bin", {slower("g0"), slower("g1")});
     for (const auto& [options, status] : {std::pair("", 0), {"--fail-above 10", 3}, {"--fail-above 19.9", 3},
                                           {"--fail-above 20", 0}, {"--fail-above 10 --threshold 50", 3}}) {
         SCOPED_TRACE(options);
