@@ -8,13 +8,8 @@
 
 using namespace vek::profiling::testlog;
 
-// An event without a value that names background work.
-static EventSpec work(uint32_t identifier, std::string name) {
-    EventSpec event;
-    event.name = std::move(name);
-    event.identifier = identifier;
-    return event;
-}
+// Background work: an event with a name and no value.
+static EventSpec work(const char* name, uint32_t id) { EventSpec e; e.name = name; return e.id(id); }
 
 // Op i waits and runs: four slices. Every 7th op's background work runs on
 // over the next ops; every 11th op's wait background outlasts the wait. Some
@@ -28,9 +23,9 @@ static EventSpec opRecord(int graph, int i) {
     return EventSpec::u64(name, duration, 1, 404).withChildren(
         {EventSpec::u64("wait", wait, 1, 5001),
          EventSpec::u64("background", i % 7 == 0 ? duration * 5 : duration / 2, 1, 5002)
-             .withChildren({work(5005, "DMA prefetch"), work(5005, i % 5 ? "Bias load" : "Bias \x80load")}),
+             .withChildren({work("DMA prefetch", 5005), work(i % 5 ? "Bias load" : "Bias \x80load", 5005)}),
          EventSpec::u64("wait background", i % 11 == 0 ? wait + duration / 3 : wait / 2, 1, 5003)
-             .withChildren({work(5006, "Weights load")}),
+             .withChildren({work("Weights load", 5006)}),
          EventSpec::u64("resources", 1 + i % 7, 6, 5004)});
 }
 
