@@ -7,10 +7,9 @@ import path from 'node:path';
 
 // For a machine without a display, GPU, sandbox or network; WebGL falls back
 // to the software renderer, which has to be asked for.
-const kFlags = ['--headless', '--no-sandbox', '--disable-gpu', '--enable-unsafe-swiftshader',
-                '--disable-background-networking', '--disable-component-update', '--disable-sync',
-                '--no-first-run', '--no-default-browser-check', '--allow-file-access-from-files',
-                '--window-size=1400,900', '--remote-debugging-pipe'];
+const kFlags = ['--headless', '--no-sandbox', '--disable-gpu', '--enable-unsafe-swiftshader', '--disable-sync',
+                '--disable-background-networking', '--disable-component-update', '--no-first-run',
+                '--no-default-browser-check', '--allow-file-access-from-files', '--window-size=1400,900', '--remote-debugging-pipe'];
 
 export const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 
@@ -28,11 +27,8 @@ class Page {
   // An array that fills with the page's console errors and uncaught exceptions.
   collectErrors() {
     const errors = [];
-    this.on('Runtime.consoleAPICalled', ({type, args}) => {
-      if (type === 'error' || type === 'assert') {
-        errors.push('console error: ' + args.map((a) => a.value ?? a.description).join(' '));
-      }
-    });
+    this.on('Runtime.consoleAPICalled', ({type, args}) => ['error', 'assert'].includes(type) &&
+        errors.push('console error: ' + args.map((a) => a.value ?? a.description).join(' ')));
     this.on('Log.entryAdded', ({entry}) => entry.level === 'error' && errors.push('console error: ' + entry.text));
     this.on('Runtime.exceptionThrown', ({exceptionDetails: e}) =>
       errors.push('uncaught exception: ' + (e.exception?.description ?? e.text)));
@@ -71,20 +67,14 @@ export class Chromium {
     child.stdio[4].on('data', (chunk) => {
       buffer += chunk.toString('utf8');
       for (let end; (end = buffer.indexOf('\0')) >= 0; buffer = buffer.slice(end + 1)) {
-        this.receive(JSON.parse(buffer.slice(0, end)));
+        const message = JSON.parse(buffer.slice(0, end)), call = this.pending.get(message.id);
+        if (message.id === undefined) {
+          for (const handler of this.pages.get(message.sessionId)?.handlers.get(message.method) ?? []) handler(message.params);
+        } else if (message.error) call?.reject(new Error(`${call.method}: ${message.error.message}`));
+        else call?.resolve(message.result);
+        this.pending.delete(message.id);
       }
     });
-  }
-
-  receive(message) {
-    if (message.id === undefined) {
-      for (const handler of this.pages.get(message.sessionId)?.handlers.get(message.method) ?? []) handler(message.params);
-      return;
-    }
-    const call = this.pending.get(message.id);
-    this.pending.delete(message.id);
-    if (message.error) call?.reject(new Error(`${call.method}: ${message.error.message}`));
-    else call?.resolve(message.result);
   }
 
   send(method, params = {}, sessionId = undefined) {
@@ -114,7 +104,6 @@ export class Chromium {
         image.src = 'data:image/png;base64,${png.toString('base64')}';
         await image.decode();
         const height = image.height - ${top};
-        if (height <= 0) return 0;
         const context = new OffscreenCanvas(image.width, height).getContext('2d');
         context.drawImage(image, 0, -${top});
         const {data} = context.getImageData(0, 0, image.width, height);

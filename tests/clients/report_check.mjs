@@ -1,10 +1,6 @@
-// Opens HTML pages in headless Chromium and prints, per page, one line of
-// what a reader would notice, "; " between: console errors, uncaught
-// exceptions, requests for anything but the page itself, a page that shows
-// nothing, drawings that show no colour. An empty line: nothing. Needs no
-// npm package. Exits 2 when the browser could not be driven.
-//
-//   node report_check.mjs SCREENSHOT_DIR PAGE.html...   (SCREENSHOT_DIR/<page>.png)
+// node report_check.mjs SCREENSHOT_DIR PAGE.html...: opens each page in headless Chromium and prints one line of
+// what a reader would notice ("; " between; empty for nothing): console errors, uncaught exceptions, requests for
+// anything but the page, a blank page, drawings without colour. Exits 2 when the browser could not be driven.
 import fs from 'node:fs';
 import path from 'node:path';
 import {pathToFileURL} from 'node:url';
@@ -17,9 +13,7 @@ async function check(browser, file) {
   const url = pathToFileURL(path.resolve(file)).href;
   const page = await browser.newPage();
   const problems = page.collectErrors();
-  page.on('Network.requestWillBeSent', ({request}) => {
-    if (request.url !== url) problems.push('network request: ' + request.url);
-  });
+  page.on('Network.requestWillBeSent', ({request}) => request.url !== url && problems.push('network request: ' + request.url));
   const loaded = new Promise((resolve) => page.on('Page.loadEventFired', resolve));
   await page.send('Network.enable');
   await page.resize(kWidth, 900);

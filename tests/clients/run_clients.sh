@@ -9,10 +9,7 @@ set -euo pipefail
 viewer=$1 sample=$2 generator=$3 work=$4
 clients=$(cd "$(dirname "$0")" && pwd)
 
-skip() {
-  echo "SKIPPED: $1 (bash scripts/install-deps.sh --browser installs the trace clients)"
-  exit 77
-}
+skip() { echo "SKIPPED: $1 (bash scripts/install-deps.sh --browser installs the trace clients)"; exit 77; }
 command -v node > /dev/null || skip "no Node"
 for package in @paulirish/trace_engine speedscope; do
   [ -f "$clients/node_modules/$package/package.json" ] || skip "no npm package $package in $clients"

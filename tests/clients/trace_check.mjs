@@ -23,9 +23,8 @@ async function until(what, condition) {
   }
 }
 
-// Opens speedscope and picks `file` in it; resolves with the milliseconds the
-// import took, once the title names the file, the page shows refusedText or
-// `stopped()` says the page did something else (a dialog, an error).
+// Picks `file` in speedscope; resolves with the import's milliseconds once the title names the file, the page
+// shows refusedText or `stopped()` says it did something else (a dialog, an error).
 export async function importTrace(page, file, stopped = () => false) {
   await page.send('Page.navigate', {url: `file://${app}`});
   const input = 'document.querySelector("input[type=file]")';
@@ -39,9 +38,8 @@ export async function importTrace(page, file, stopped = () => false) {
   return Date.now() - started;
 }
 
-// Shows every profile in turn, calling `visit(name, index)` once each is
-// drawn; resolves with their number. The toolbar's line names the profile
-// shown, "(i/n)" at its end when there are more.
+// Calls `visit(name, index)` as each profile is drawn ("n" for the next); resolves with their number. The
+// toolbar's line names the profile shown, "(i/n)" at its end when there are more.
 export async function eachProfile(page, visit) {
   const profileLine = () => page.evaluate(
       'document.body.innerText.split("\\n").find((line) => /\\(pid \\d+/.test(line)) ?? ""');
@@ -60,11 +58,9 @@ export async function eachProfile(page, visit) {
 const lanes = ['Foreground', 'Background'];
 // UTF-8 as it stands (a fatal decoder), no lone surrogate escapes, integers only.
 const strict = (key, value) => {
-  for (const string of [key, value].filter((s) => typeof s === 'string')) {
-    if (/[\uD800-\uDBFF](?![\uDC00-\uDFFF])|(?<![\uD800-\uDBFF])[\uDC00-\uDFFF]/.test(string)) {
-      throw new Error(`a lone surrogate in ${JSON.stringify(string)}`);
-    }
-  }
+  const lone = /[\uD800-\uDBFF](?![\uDC00-\uDFFF])|(?<![\uD800-\uDBFF])[\uDC00-\uDFFF]/;
+  const bad = [key, value].find((s) => typeof s === 'string' && lone.test(s));
+  if (bad !== undefined) throw new Error(`a lone surrogate in ${JSON.stringify(bad)}`);
   if (typeof value === 'number' && !Number.isInteger(value)) throw new Error(`a number that is not an integer: ${value}`);
   return value;
 };
@@ -87,8 +83,6 @@ async function traceEngine(json) {
                    `parsed in ${(performance.now() - started).toFixed(0)} ms`, problems};
 }
 
-const kEmptyMessage = "Successfully imported profile, but it's empty!";
-const kToolbarHeight = 24;  // the chart is drawn below the toolbar
 
 async function speedscope(browser, page, file, json) {
   const slices = JSON.parse(json.toString('utf8')).traceEvents.filter((e) => e.ph === 'X');
@@ -100,8 +94,9 @@ async function speedscope(browser, page, file, json) {
     page.send('Page.handleJavaScriptDialog', {accept: true}).catch(() => {});
   });
   const importMs = await importTrace(page, file, () => dialogs.length || problems.length);
-  if (dialogs.length && (dialogs.join() !== kEmptyMessage || threads.size)) problems.push(`said: ${dialogs.join(' | ')}`);
-  if (dialogs.length) return {summary: `imported in ${importMs} ms, reported "${dialogs.join(' | ')}"`, problems};
+  const said = dialogs.join(' | ');  // only a trace without slices may be called empty
+  if (said && (said !== "Successfully imported profile, but it's empty!" || threads.size)) problems.push(`said: ${said}`);
+  if (said) return {summary: `imported in ${importMs} ms, reported "${said}"`, problems};
   if ((await page.evaluate('document.body.innerText')).includes(refusedText)) {
     return {summary: `refused after ${importMs} ms`, problems: [...problems, `showed "${refusedText}"`]};
   }
@@ -109,7 +104,7 @@ async function speedscope(browser, page, file, json) {
   const count = await eachProfile(page, async (name, index) => {
     const shot = await page.screenshot();
     fs.writeFileSync(`${file.replace(/\.json(\.gz)?$/, '$1')}-${index}.png`, shot);
-    if (await browser.colouredPixels(shot, kToolbarHeight) < 100) problems.push(`profile "${name}" drew nothing`);
+    if (await browser.colouredPixels(shot, 24 /* below the toolbar */) < 100) problems.push(`profile "${name}" drew nothing`);
     drawn.push(name);
   });
   if (count !== threads.size) problems.push(`${count} profiles for the ${threads.size} threads that hold slices`);

@@ -40,8 +40,7 @@ std::string roundTrip(const std::string& json) {
 const std::string kSourceDir = VEK_SOURCE_DIR, kSampleJson = kSourceDir + "/examples/linting_sample.json";
 const std::string kSampleLog = std::string(VEK_SAMPLE_DIR) + "/linting_sample.log";
 
-// A log from the test writer, not from the encoder, so that a field put in
-// the wrong slot in both directions still shows.
+// A log from the test writer, not the encoder: a field put in the wrong slot both ways still shows.
 TEST(LogJsonDecode, WriterLogShowsEveryValueTypeAndLeavesAbsentFieldsOut) {
     LogWriter log;
     log.chunk()
@@ -91,8 +90,7 @@ TEST(LogJsonRoundTrip, SampleAndExtremeValuesComeBackUnchanged) {
     }
 }
 
-// NUL bytes are JSON escapes; bytes that are not UTF-8 are written as \xHH,
-// which only this tool reads back, so that such names are not lost.
+// NUL bytes are JSON escapes; bytes that are not UTF-8 are written as \xHH, which this tool reads back.
 TEST(LogJsonRoundTrip, NamesWithNulBytesAndInvalidUtf8KeepTheirBytes) {
     for (const std::string& name : {std::string("a\0b", 3), std::string("\xff\xfe"), std::string("caf\xc3\xa9"),
                                     std::string("\xf0\x9f\x98\x80"), std::string("\xed\xa0\x80 lone surrogate"),
@@ -108,8 +106,7 @@ TEST(LogJsonRoundTrip, NamesWithNulBytesAndInvalidUtf8KeepTheirBytes) {
     }
 }
 
-// Float fields go through their decimal text and back bit for bit; values
-// that are not finite become strings. (The log writer stores no zero.)
+// Floats go through their decimal text and back bit for bit; values not finite become strings.
 TEST(LogJsonRoundTrip, FloatsAndDoublesKeepTheirBits) {
     std::vector<std::pair<float, double>> values = {{0.1f, 0.1}, {1.0f, 1e23}, {16777216.0f, -1.0 / 3.0},
         {std::numeric_limits<float>::max(), std::numeric_limits<double>::max()},
@@ -201,8 +198,7 @@ class LogToolTest : public ::testing::Test {
 protected:
     void SetUp() override {
         LogWriter().rawBytes({sample_.begin(), sample_.end()}).writeTo(dir_.file("whole.log"));
-        // Cut 100 bytes into the last (third) chunk.
-        for (size_t chunk = 0; chunk < 2; ++chunk) lastChunk_ += 4 + lengthAt(lastChunk_);
+        for (size_t chunk = 0; chunk < 2; ++chunk) lastChunk_ += 4 + lengthAt(lastChunk_);  // then cut the third
         LogWriter().rawBytes({sample_.begin(), sample_.begin() + lastChunk_ + 100}).writeTo(dir_.file("cut.log"));
         LogWriter().rawBytes({'{', '"', 'a', '"', ':', '1', '}'}).writeTo(dir_.file("trace.json"));
         LogWriter().writeTo(dir_.file("empty.log"));
@@ -214,9 +210,7 @@ protected:
         std::memcpy(&length, sample_.data() + offset, 4);  // little-endian, as the machines here
         return length;
     }
-    testtools::ToolRun run(const std::string& arguments) {
-        return testtools::runTool(dir_, VEK_PROFILE_LOG_TOOL, arguments);
-    }
+    testtools::ToolRun run(const std::string& arguments) { return testtools::runTool(dir_, VEK_PROFILE_LOG_TOOL, arguments); }
     const std::string sample_ = readFile(kSampleLog);
     size_t lastChunk_ = 0;
     TempDir dir_;
@@ -246,8 +240,7 @@ TEST_F(LogToolTest, ExitStatusesAndMessages) {
         {"check empty.log", 1, "", "vek-profile-log: empty.log: is empty, not a profile log\n"},
         {"check dir", 1, "", "vek-profile-log: dir: is a directory, not a profile log\n"},
         {"check absent.log", 1, "", "vek-profile-log: absent.log: no such file\n"},
-        // A full disk is a failure, not a short file presented as success.
-        {"decode whole.log -o /dev/full", 1, "", "No space left on device"},
+        {"decode whole.log -o /dev/full", 1, "", "No space left on device"},  // not a short file
         {"encode bad.json -o bad.log", 1, "", "required field is missing: timing"},
         {"trim trace.json -o out.log", 1, "", "not a profile log"},
         {"trim cut.log -o cut.log", 1, "", "cut.log"},

@@ -39,9 +39,7 @@ protected:
         if (messages.empty()) log.chunk();
         log.writeTo(dir_.file(name));
     }
-    testtools::ToolRun run(const std::string& arguments) {
-        return testtools::runTool(dir_, VEK_PROFILE_VIEWER_TOOL, arguments);
-    }
+    testtools::ToolRun run(const std::string& arguments) { return testtools::runTool(dir_, VEK_PROFILE_VIEWER_TOOL, arguments); }
     bool contains(const std::string& file, const std::string& part) {
         return readFile(dir_.file(file)).find(part) != std::string::npos;
     }
@@ -112,8 +110,7 @@ TEST_F(ViewerTest, ExitStatusesAndMessages) {
     EXPECT_TRUE(contains("run.html", "<title>conv [PQA]: 40 us at 5 us</title>"));
 }
 
-// Every output a .gz name gives compressed holds the same bytes as the plain
-// one; the CSV export is appended to, each run with its header.
+// A .gz name compresses every output to the plain one's bytes; the CSV is appended to, with its header.
 TEST_F(ViewerTest, TraceAndCsvFilesPlainOrCompressed) {
     for (const auto& [arguments, output] : {std::pair("run.bin -o ", "exact.json"),
              {"run.bin --trace-format portable -o ", "portable.json"},
@@ -133,8 +130,7 @@ TEST_F(ViewerTest, TraceAndCsvFilesPlainOrCompressed) {
     EXPECT_EQ(readFile(dir_.file("rows.csv")), csv + csv);
 }
 
-// A log cut short is refused with the place it breaks; --salvage reports on
-// the whole chunks before it exactly as on a log that ends there.
+// A cut log is refused with the place; --salvage reports on the chunks before it as on a log ending there.
 TEST_F(ViewerTest, SalvageReportsOnTheWholeChunksOfACutLog) {
     const std::string whole = readFile(dir_.file("run.bin"));
     std::vector<uint8_t> cut(whole.begin(), whole.end());
@@ -162,8 +158,7 @@ TEST_F(ViewerTest, SalvageReportsOnTheWholeChunksOfACutLog) {
     EXPECT_EQ(readFile(dir_.file("salvaged.json")), readFile(dir_.file("trimmed.json")));
 }
 
-// Object files go into the named directory, and only with the flag. Names
-// that leave it are refused, each with a line; the report is still written whole.
+// Object files go into their directory, only with the flag; names that leave it are refused, the report kept.
 TEST_F(ViewerTest, ObjectFilesStayInTheirDirectoryUnlessAllowedOut) {
     fs::create_directories(dir_.file("objects"));
     fs::create_directories(dir_.file("outside"));
