@@ -34,9 +34,7 @@ class Page {
       errors.push('uncaught exception: ' + (e.exception?.description ?? e.text)));
     return errors;
   }
-  resize(width, height) {
-    return this.send('Emulation.setDeviceMetricsOverride', {width, height, deviceScaleFactor: 1, mobile: false});
-  }
+  resize(width, height) { return this.send('Emulation.setDeviceMetricsOverride', {width, height, deviceScaleFactor: 1, mobile: false}); }
   async screenshot(clip = undefined) {  // a PNG of the viewport, or of `clip`
     return Buffer.from((await this.send('Page.captureScreenshot', {format: 'png', clip})).data, 'base64');
   }

@@ -89,10 +89,8 @@ async function speedscope(browser, page, file, json) {
   const threads = new Set(slices.map((e) => `${e.pid}/${e.tid}`));
   const problems = page.collectErrors();
   const dialogs = [];
-  page.on('Page.javascriptDialogOpening', ({message}) => {
-    dialogs.push(message);
-    page.send('Page.handleJavaScriptDialog', {accept: true}).catch(() => {});
-  });
+  page.on('Page.javascriptDialogOpening', ({message}) => dialogs.push(message) &&
+      page.send('Page.handleJavaScriptDialog', {accept: true}).catch(() => {}));
   const importMs = await importTrace(page, file, () => dialogs.length || problems.length);
   const said = dialogs.join(' | ');  // only a trace without slices may be called empty
   if (said && (said !== "Successfully imported profile, but it's empty!" || threads.size)) problems.push(`said: ${said}`);

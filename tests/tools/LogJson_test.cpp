@@ -223,8 +223,7 @@ TEST_F(LogToolTest, ExitStatusesAndMessages) {
     const struct {
         std::string arguments;
         int status;
-        std::string out;  // all of standard output
-        std::string err;  // a part of standard error; "" when it must be empty
+        std::string out, err;  // all of standard output; a part of standard error ("": it must be empty)
     } cases[] = {
         {"", 2, "", "vek-profile-log: A subcommand is required\nTry 'vek-profile-log --help'"},
         {"decode a b", 2, "", "The following argument was not expected: b\n"},
@@ -256,13 +255,11 @@ TEST_F(LogToolTest, ExitStatusesAndMessages) {
             << result.err;
     }
     // A refused output leaves no file behind, and an input is never written over.
-    EXPECT_FALSE(std::filesystem::exists(dir_.file("bad.log")));
-    EXPECT_FALSE(std::filesystem::exists(dir_.file("out.log")));
+    EXPECT_FALSE(std::filesystem::exists(dir_.file("bad.log")) || std::filesystem::exists(dir_.file("out.log")));
     EXPECT_EQ(readFile(dir_.file("cut.log")).size(), lastChunk_ + 100);
     EXPECT_EQ(readFile(dir_.file("trimmed.log")), sample_.substr(0, lastChunk_));
     const testtools::ToolRun help = run("--help");
-    EXPECT_EQ(help.status, 0);
-    EXPECT_NE(help.out.find("Usage: vek-profile-log decode"), std::string::npos);
+    EXPECT_TRUE(help.status == 0 && help.out.find("Usage: vek-profile-log decode") != std::string::npos) << help.out;
 }
 
 TEST_F(LogToolTest, DecodeAndEncodeFilesAndStreams) {

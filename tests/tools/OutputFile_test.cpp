@@ -1,5 +1,4 @@
-// What the tools share: the output writer (whole files or none) and the
-// kernel fence of the command line, tried in a child process (it cannot be lifted).
+// What the tools share: the output writer (whole files or none) and the kernel fence of the command line.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -15,8 +14,7 @@
 namespace vek::tools {
 namespace {
 
-using profiling::testlog::readFile;
-using profiling::testlog::TempDir;
+using namespace profiling::testlog;
 using Mode = OutputFile::Mode;
 
 bool writeWhole(const std::string& path, Mode mode, const std::string& text) {

@@ -1,6 +1,5 @@
 // vek-profile-viewer run as a process: its modes, output files, exit statuses and messages.
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include <filesystem>
 
@@ -50,50 +49,46 @@ protected:
 TEST_F(ViewerTest, ExitStatusesAndMessages) {
     // nullptr: not looked at; "": must be empty; else must be found. `absent`: in neither stream.
     const struct {
-        const char *arguments;
+        const char* arguments;
         int status;
-        const char *out, *err, *absent;
+        const char *out = nullptr, *err = nullptr, *absent = nullptr;
     } cases[] = {
         // Usage errors: 2.
-        {"", 2, nullptr, nullptr, nullptr}, {"--bogus run.bin", 2, nullptr, nullptr, nullptr},
-        {"run.bin --mode", 2, nullptr, nullptr, nullptr}, {"run.bin --mode=pdf", 2, nullptr, nullptr, nullptr},
-        {"run.bin -v 300", 2, nullptr, nullptr, nullptr}, {"run.bin --log-level 6", 2, nullptr, nullptr, nullptr},
-        {"-m diff run.bin", 2, "", "mode diff needs 2 logs", nullptr},
-        {"-m top --threshold 3 run.bin", 2, "", "--threshold does not apply to mode top", nullptr},
-        {"-m top --sort size run.bin", 2, "", "--sort", nullptr},
-        {"--help", 0, "Usage: vek-profile-viewer", nullptr, nullptr},
-        {"--version", 0, "vek-profile-viewer v0.1.0\n", nullptr, nullptr},
+        {"", 2}, {"--bogus run.bin", 2}, {"run.bin --mode", 2}, {"run.bin --mode=pdf", 2}, {"run.bin -v 300", 2},
+        {"run.bin --log-level 6", 2},
+        {"-m diff run.bin", 2, "", "mode diff needs 2 logs"},
+        {"-m top --threshold 3 run.bin", 2, "", "--threshold does not apply to mode top"},
+        {"-m top --sort size run.bin", 2, "", "--sort"},
+        {"--help", 0, "Usage: vek-profile-viewer"},
+        {"--version", 0, "vek-profile-viewer v0.1.0\n"},
         // What each mode prints.
         {"run.bin -o t.json", 0, "Execute Stats (Average):", "trace written to", "Execute Stats (Min):"},
-        {"-m summary run.bin", 0, "    Backend (Accelerator): 200 us\n", nullptr, nullptr},
+        {"-m summary run.bin", 0, "    Backend (Accelerator): 200 us\n"},
         {"-m summary -v 0 run.bin", 0, "Execute Stats", nullptr, "Graph 0"},
-        {"--mode=header run.bin", 0, "net-run: 2.0\nBackend: Backend 1.2\n", "", nullptr},
-        {"-m top --graph g0 --limit 1 --sort wait run.bin", 0, "Graph g0", "", nullptr},
-        {"-m header --log-level debug run.bin", 0, nullptr, "debug: profiling::VekProfileLogReader reached EOF!",
-         nullptr},
+        {"--mode=header run.bin", 0, "net-run: 2.0\nBackend: Backend 1.2\n", ""},
+        {"-m top --graph g0 --limit 1 --sort wait run.bin", 0, "Graph g0", ""},
+        {"-m header --log-level debug run.bin", 0, nullptr, "debug: profiling::VekProfileLogReader reached EOF!"},
         {"blank.bin --trace-format portable -o e.json", 0, nullptr, "vek-profile-viewer: the log has no op "
-         "records to draw: the trace holds only the names of its processes and threads\n", nullptr},
+         "records to draw: the trace holds only the names of its processes and threads\n"},
         {"run.bin --trace-format portable -o p.json", 0, nullptr, nullptr, "no op records"},
-        {"-m html run.bin", 0, nullptr, "report written to ", nullptr},
+        {"-m html run.bin", 0, nullptr, "report written to "},
         // Refused logs and outputs: 1, with a line naming the file.
-        {"absent.bin", 1, "", "vek-profile-viewer: absent.bin: no such file\n", nullptr},
+        {"absent.bin", 1, "", "vek-profile-viewer: absent.bin: no such file\n"},
         {"--log-level none absent.bin", 1, nullptr, nullptr, "Invalid or nonexistent"},
-        {"dir", 1, "", "vek-profile-viewer: dir: is a directory, not a profile log\n", nullptr},
-        {"empty.bin", 1, "", "vek-profile-viewer: empty.bin: is empty, not a profile log\n", nullptr},
-        {"trace.json", 1, "", "vek-profile-viewer: trace.json: not a profile log: it starts like "
-         "JSON text, not with a chunk length\n", nullptr},
-        {"corrupt.bin", 1, "", "vek-profile-viewer: corrupt.bin: not a profile log: its first "
-         "chunk (16 bytes) fails verification\n", nullptr},
-        {"run.bin -o missing/trace.json", 1, "", "Invalid output chrometraceFile: [", nullptr},
-        {"-o /dev/full run.bin", 1, nullptr, nullptr, nullptr},
-        {"-m summary -o /dev/full run.bin", 1, nullptr, nullptr, nullptr},
-        {"--reader ./nothing.so run.bin", 1, nullptr, "cannot load reader plug-in", nullptr},
-        {"-m top noops.bin", 1, "", "no op records in noops.bin", nullptr},
-        {"-m diff run.bin noops.bin", 1, "", "no op records in noops.bin", nullptr},
-        {"-m top corrupt.bin", 1, "", "Corrupted flatbuffer binary stream", nullptr},
-        {"-m diff corrupt.bin run.bin", 1, "", "Corrupted flatbuffer binary stream", nullptr},
-        {"-m top --graph g9 run.bin", 1, "", "no graph g9 in run.bin", nullptr},
-        {"-m html -o report.html absent.bin", 1, nullptr, nullptr, nullptr},
+        {"dir", 1, "", "vek-profile-viewer: dir: is a directory, not a profile log\n"},
+        {"empty.bin", 1, "", "vek-profile-viewer: empty.bin: is empty, not a profile log\n"},
+        {"trace.json", 1, "", "vek-profile-viewer: trace.json: not a profile log: it starts like JSON text, not with "
+         "a chunk length\n"},
+        {"corrupt.bin", 1, "", "vek-profile-viewer: corrupt.bin: not a profile log: its first chunk (16 bytes) fails "
+         "verification\n"},
+        {"run.bin -o missing/trace.json", 1, "", "Invalid output chrometraceFile: ["},
+        {"-o /dev/full run.bin", 1}, {"-m summary -o /dev/full run.bin", 1}, {"-m html -o report.html absent.bin", 1},
+        {"--reader ./nothing.so run.bin", 1, nullptr, "cannot load reader plug-in"},
+        {"-m top noops.bin", 1, "", "no op records in noops.bin"},
+        {"-m diff run.bin noops.bin", 1, "", "no op records in noops.bin"},
+        {"-m top corrupt.bin", 1, "", "Corrupted flatbuffer binary stream"},
+        {"-m diff corrupt.bin run.bin", 1, "", "Corrupted flatbuffer binary stream"},
+        {"-m top --graph g9 run.bin", 1, "", "no graph g9 in run.bin"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.arguments);
@@ -201,10 +196,7 @@ TEST_F(ViewerTest, DiffExitsWithThreeWhenAGraphGotSlowerThanAllowed) {
         EXPECT_EQ(result.err.find("graph g0: NetRun average slower") != std::string::npos, status == 3);
     }
     ASSERT_EQ(run("-m diff --format json -o diff.json run.bin new.bin").status, 0);
-    rapidjson::Document diff;
-    ASSERT_FALSE(diff.Parse(readFile(dir_.file("diff.json")).c_str()).HasParseError());
-    EXPECT_EQ(diff["graphs"][0]["netrun_delta_us"].GetInt64(), 50);
-    EXPECT_STREQ(diff["graphs"][1]["status"].GetString(), "added");
+    EXPECT_TRUE(contains("diff.json", "\"netrun_delta_us\": 50,") && contains("diff.json", "\"status\": \"added\""));
 }
 
 }  // namespace
