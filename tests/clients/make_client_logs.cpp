@@ -31,8 +31,7 @@ static EventSpec opRecord(int graph, int i) {
 
 int main(int argc, char** argv) {
     const std::string dir = argc == 2 ? argv[1] : ".";
-    const HeaderSpec header =
-        HeaderSpec{}.tool("vek-net-run", "v2.19.0").backendText("VEK NPU backend (linting profile)");
+    const HeaderSpec header = HeaderSpec{}.tool("vek-net-run", "v2.19.0").backendText("VEK NPU backend (linting profile)");
     LogWriter empty, wide;
     empty.chunk().header(header).message(MessageSpec(kCompose).times(100, 200));
     empty.writeTo(dir + "/no-executions.log");

@@ -1,10 +1,7 @@
 #!/usr/bin/env bash
-# CTest "trace_clients": the portable traces of the bundled sample (also
-# gzip-compressed), of a log without executions and of a generated log of
-# 100,000 slices, opened in the trace clients (trace_check.mjs). Exits 77
-# (CTest's "skipped") with the reason when a client is missing.
-#
-#   run_clients.sh VIEWER SAMPLE_LOG LOG_GENERATOR WORK_DIR
+# run_clients.sh VIEWER SAMPLE_LOG LOG_GENERATOR WORK_DIR (CTest "trace_clients"): the portable traces of the
+# sample (also gzip-compressed), of a log without executions and of 100,000 slices, opened in the trace clients
+# (trace_check.mjs). Exits 77 (CTest's "skipped") with the reason when a client is missing.
 set -euo pipefail
 viewer=$1 sample=$2 generator=$3 work=$4
 clients=$(cd "$(dirname "$0")" && pwd)

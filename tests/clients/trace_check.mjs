@@ -32,8 +32,8 @@ export async function importTrace(page, file, stopped = () => false) {
   const {result} = await page.send('Runtime.evaluate', {expression: input});
   const started = Date.now();
   await page.send('DOM.setFileInputFiles', {objectId: result.objectId, files: [path.resolve(file)]});
-  const title = `${path.basename(file)} - speedscope`;
-  await until('the import', async () => stopped() || (await page.evaluate('document.title')) === title ||
+  await until('the import', async () => stopped() ||
+      (await page.evaluate('document.title')) === `${path.basename(file)} - speedscope` ||
       (await page.evaluate('document.body.innerText')).includes(refusedText));
   return Date.now() - started;
 }

@@ -39,9 +39,7 @@ protected:
         log.writeTo(dir_.file(name));
     }
     testtools::ToolRun run(const std::string& arguments) { return testtools::runTool(dir_, VEK_PROFILE_VIEWER_TOOL, arguments); }
-    bool contains(const std::string& file, const std::string& part) {
-        return readFile(dir_.file(file)).find(part) != std::string::npos;
-    }
+    bool contains(const std::string& file, const char* part) { return readFile(dir_.file(file)).find(part) != std::string::npos; }
 
     TempDir dir_;
 };
@@ -176,9 +174,8 @@ TEST_F(ViewerTest, ObjectFilesStayInTheirDirectoryUnlessAllowedOut) {
     EXPECT_EQ(readFile(dir_.file("objects/kept.bin")), "\x07");
     EXPECT_TRUE(contains("trace.json", "\"traceEvents\""));
     EXPECT_EQ(run("--save-objects=objects --allow-object-paths-outside-dir -o trace.json hostile.bin").status, 0);
-    for (const char* name : {"absolute.bin", "parent.bin", "through-link.bin"}) {
+    for (const char* name : {"absolute.bin", "parent.bin", "through-link.bin"})
         EXPECT_EQ(readFile(dir_.file(std::string("outside/") + name)), "\x06") << name;
-    }
 }
 
 TEST_F(ViewerTest, DiffExitsWithThreeWhenAGraphGotSlowerThanAllowed) {

@@ -166,11 +166,10 @@ TEST(SampleViewsTest, TopAndDiffViewsAndTheReportsDrawings) {
     above.thresholdPercent = 5.0;
     ASSERT_TRUE(writeTopView(base, TopViewOptions{}, top) && writeTopView(base, byName, topByName));
     ASSERT_TRUE(writeDiffView(changes, DiffViewOptions{}, diff) && writeDiffView(changes, above, diffAbove));
-    EXPECT_TRUE(matchesGolden(top.str(), "views/top_sample.txt"));
-    EXPECT_TRUE(matchesGolden(topByName.str(), "views/top_sample_by_name.txt"));
-    EXPECT_TRUE(matchesGolden(diff.str(), "views/diff_sample.txt"));
-    EXPECT_TRUE(matchesGolden(diffAbove.str(), "views/diff_sample_threshold.txt"));
-    EXPECT_TRUE(matchesGolden(graphDrawings(base.graphs.at(0)), "views/report_sample_drawings.html"));
+    for (const auto& [text, golden] : {std::pair(top.str(), "top_sample.txt"), {topByName.str(), "top_sample_by_name.txt"},
+                                       {diff.str(), "diff_sample.txt"}, {diffAbove.str(), "diff_sample_threshold.txt"},
+                                       {graphDrawings(base.graphs.at(0)), "report_sample_drawings.html"}})
+        EXPECT_TRUE(matchesGolden(text, std::string("views/") + golden));
 }
 
 // A graph of 2,000 ops: more than the chart and the table show.
