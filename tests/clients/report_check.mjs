@@ -1,37 +1,27 @@
-// Opens HTML pages in headless Chromium and prints, per page, one line with
-// what a reader would notice, "; " between: console errors, uncaught
-// exceptions, requests for anything but the page itself, a page that shows
-// nothing, drawings that show no colour. An empty line: nothing. Needs no
-// npm package. Exits 2 when the browser could not be driven.
-//
-//   node report_check.mjs SCREENSHOT_DIR PAGE.html...   (SCREENSHOT_DIR/<page>.png)
+// node report_check.mjs SCREENSHOT_DIR PAGE.html...: opens each page in headless Chromium and prints one line of
+// what a reader would notice ("; " between; empty for nothing): console errors, uncaught exceptions, requests for
+// anything but the page, a blank page, drawings without colour. Fails when the browser could not be driven.
 import fs from 'node:fs';
 import path from 'node:path';
 import {pathToFileURL} from 'node:url';
 import {Chromium, sleep} from './chromium.mjs';
 
 const [screenshots, ...pages] = process.argv.slice(2);
-const kWidth = 1100;
-const kLongestShot = 16000;  // pixels; a longer page is shot down to here
+const kWidth = 1100, kLongestShot = 16000;  // pixels; a longer page is shot down to here
 
 async function check(browser, file) {
   const url = pathToFileURL(path.resolve(file)).href;
   const page = await browser.newPage();
   const problems = page.collectErrors();
-  page.on('Network.requestWillBeSent', ({request}) => {
-    if (request.url !== url) problems.push('network request: ' + request.url);
-  });
+  page.on('Network.requestWillBeSent', ({request}) => request.url !== url && problems.push('network request: ' + request.url));
   const loaded = new Promise((resolve) => page.on('Page.loadEventFired', resolve));
   await page.send('Network.enable');
   await page.resize(kWidth, 900);
   await page.send('Page.navigate', {url});
   await Promise.race([loaded, sleep(60000).then(() => { throw new Error(`loading ${file} timed out`); })]);
   await sleep(500);  // errors and requests just after the load event still count
-
-  const facts = await page.evaluate(`({
-    text: document.body ? document.body.innerText.trim().length : 0,
-    rects: document.querySelectorAll('svg rect').length,
-    height: Math.ceil(document.documentElement.scrollHeight)})`);
+  const facts = await page.evaluate(`({text: document.body ? document.body.innerText.trim().length : 0,
+    rects: document.querySelectorAll('svg rect').length, height: Math.ceil(document.documentElement.scrollHeight)})`);
   await page.resize(kWidth, Math.max(1, Math.min(facts.height, kLongestShot)));
   const shot = await page.screenshot();
   fs.writeFileSync(path.join(screenshots, path.basename(file).replace(/\.html?$/, '') + '.png'), shot);
@@ -41,17 +31,9 @@ async function check(browser, file) {
   return problems;
 }
 
-const browser = await Chromium.launch().catch((error) => {
-  console.error(`report_check: ${error.message}`);
-  process.exit(2);
-});
-let status = 0;
+const browser = await Chromium.launch();
 try {
   for (const file of pages) console.log((await check(browser, file)).join('; ').replace(/\s*\n\s*/g, ' '));
-} catch (error) {
-  console.error(`report_check: ${error.message}`);
-  status = 2;
 } finally {
   await browser.close();
 }
-process.exit(status);

@@ -1,5 +1,4 @@
-// vek-profile-log: the log <-> JSON codec, and the tool run as a process
-// (decode, encode, check, trim).
+// vek-profile-log: the log <-> JSON codec, and the tool run as a process (decode, encode, check, trim).
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 
@@ -9,11 +8,9 @@
 #include <fstream>
 #include <random>
 
-#include "LogJsonDecoder.h"
-#include "LogJsonEncoder.h"
 #include "profile_log_generated.h"
+#include "reliability/JsonRoundTrip.h"
 #include "support/Golden.h"
-#include "support/MemoryFile.h"
 #include "tools/ToolRun.h"
 
 namespace vek::profiling {
@@ -22,40 +19,28 @@ namespace {
 using namespace testlog;
 
 struct Converted {
-    ConversionStatus status;
+    template <typename Convert>  // decodeLog or encodeJson
+    Converted(Convert how, const std::string& input) : status(reliability::convertBytes(how, input, output)) {}
     std::string output;
+    ConversionStatus status;
 };
-
-// `convert` is decodeLog or encodeJson.
-template <typename Convert>
-Converted convert(Convert convert, const std::string& input) {
-    const MemoryFile in(input);
-    std::ostringstream out;
-    const ConversionStatus status = convert(in.get(), out);
-    return {status, out.str()};
+Converted decode(const std::string& log) { return {decodeLog, log}; }
+Converted decode(const LogWriter& log) {
+    const std::vector<uint8_t> bytes = log.bytes();
+    return {decodeLog, {bytes.begin(), bytes.end()}};
 }
-Converted decode(const std::vector<uint8_t>& log) {
-    return convert(decodeLog, std::string(log.begin(), log.end()));
-}
-Converted decode(const std::string& log) { return convert(decodeLog, log); }
-Converted encode(const std::string& json) { return convert(encodeJson, json); }
+Converted encode(const std::string& json) { return {encodeJson, json}; }
 
-// Encodes `json` and decodes the log; encoding and decoding that JSON again
-// must give the same JSON. Returns the first decode.
+// What the log encoded from `json` decodes to, once the round trip holds.
 std::string roundTrip(const std::string& json) {
-    const Converted log = encode(json);
-    EXPECT_TRUE(log.status.ok()) << log.status.error;
-    const Converted first = decode(log.output);
-    EXPECT_TRUE(first.status.ok()) << first.status.error;
-    EXPECT_EQ(decode(encode(first.output).output).output, first.output);
-    return first.output;
+    EXPECT_EQ(reliability::jsonRoundTripProblem(json), "");
+    return decode(encode(json).output).output;
 }
 
-const std::string kSampleJson = std::string(VEK_SOURCE_DIR) + "/examples/linting_sample.json";
+const std::string kSourceDir = VEK_SOURCE_DIR, kSampleJson = kSourceDir + "/examples/linting_sample.json";
 const std::string kSampleLog = std::string(VEK_SAMPLE_DIR) + "/linting_sample.log";
 
-// A log from the test writer, not from the encoder, so that a field put in
-// the wrong slot in both directions still shows.
+// A log from the test writer, not the encoder: a field put in the wrong slot both ways still shows.
 TEST(LogJsonDecode, WriterLogShowsEveryValueTypeAndLeavesAbsentFieldsOut) {
     LogWriter log;
     log.chunk()
@@ -63,16 +48,12 @@ TEST(LogJsonDecode, WriterLogShowsEveryValueTypeAndLeavesAbsentFieldsOut) {
         .message(MessageSpec(kExecute).graph("g0").times(100, 250).visible(3).withEvents({
             EventSpec::u64("Accelerator", 90, 1, 7).at(123).withChildren(
                 {EventSpec::i64("delta", -5).withChildren({EventSpec::f32("ratio", 0.25f)})}),
-            EventSpec::f64("precise", 1.0 / 3.0),
-            EventSpec::text("label", "conv"),
-            EventSpec::object("dump", {0, 7, 255}, "dump.bin"),
-            EventSpec{},
-        }))
+            EventSpec::f64("precise", 1.0 / 3.0), EventSpec::text("label", "conv"),
+            EventSpec::object("dump", {0, 7, 255}, "dump.bin"), EventSpec{}}))
         .message(MessageSpec(kDeinit).times(300, 310));
     log.chunk();                     // no header, no message vector
     log.chunk().messages.emplace();  // an empty message vector
-
-    const Converted result = decode(log.bytes());
+    const Converted result = decode(log);
     ASSERT_TRUE(result.status.ok()) << result.status.error;
     EXPECT_EQ(result.status.chunkCount, 3u);
     EXPECT_TRUE(matchesGolden(result.output, "tools/every_value_type.json"));
@@ -88,83 +69,67 @@ TEST(LogJsonDecode, CorruptChunkIsNamedByIndexAndOffset) {
     missingStamp.chunk().message(broken);
     badRoot.rawChunk(std::vector<uint8_t>(16, 0xff));
     truncated.rawBytes({64, 0, 0, 0, 1, 2, 3});
-    const std::pair<const LogWriter*, std::string> cases[] = {
-        {&missingStamp, place + ": corrupt chunk of "},
-        {&badRoot, place + ": corrupt chunk of 16 bytes: it fails the log verifier"},
-        {&truncated,
-         place + ": truncated chunk: its length field announces 64 bytes, but only 3 follow"},
-    };
-    for (const auto& [log, errorStart] : cases) {
-        const std::string error = decode(log->bytes()).status.error;
+    for (const auto& [log, errorStart] : {std::pair(&missingStamp, place + ": corrupt chunk of "),
+             {&badRoot, place + ": corrupt chunk of 16 bytes: it fails the log verifier"},
+             {&truncated, place + ": truncated chunk: its length field announces 64 bytes, but only 3 follow"}}) {
+        const std::string error = decode(*log).status.error;
         EXPECT_EQ(error.rfind(errorStart, 0), 0u) << error;
     }
-
     // A cut-short length field ends the log, as the reader treats it.
-    good.rawBytes({5, 0});
-    const Converted result = decode(good.bytes());
-    EXPECT_TRUE(result.status.ok()) << result.status.error;
-    EXPECT_EQ(result.status.chunkCount, 1u);
+    const Converted result = decode(good.rawBytes({5, 0}));
+    EXPECT_TRUE(result.status.ok() && result.status.chunkCount == 1) << result.status.error;
     EXPECT_NE(result.status.warning.find("2 trailing byte(s)"), std::string::npos);
 }
 
 // The sample, and the extremes of every integer width with keys present at their default value.
 TEST(LogJsonRoundTrip, SampleAndExtremeValuesComeBackUnchanged) {
-    const std::string extremes = std::string(VEK_SOURCE_DIR) + "/tests/golden/tools/extreme_values.json";
-    for (const std::string& path : {kSampleJson, extremes}) {
+    for (const std::string& path : {kSampleJson, kSourceDir + "/tests/golden/tools/extreme_values.json"}) {
         const std::string json = readFile(path);
         ASSERT_FALSE(json.empty()) << path;
         EXPECT_EQ(roundTrip(json), json) << path;
     }
 }
 
-// NUL bytes are JSON escapes; bytes that are not UTF-8 are written as \xHH,
-// which only this tool reads back, so that such names are not lost.
+// NUL bytes are JSON escapes; bytes that are not UTF-8 are written as \xHH, which this tool reads back.
 TEST(LogJsonRoundTrip, NamesWithNulBytesAndInvalidUtf8KeepTheirBytes) {
-    for (const std::string& name : {std::string("a\0b", 3), std::string("\xff\xfe"),
-                                    std::string("caf\xc3\xa9"), std::string("\xf0\x9f\x98\x80"),
-                                    std::string("\xed\xa0\x80 lone surrogate"), std::string("\xc3")}) {
+    for (const std::string& name : {std::string("a\0b", 3), std::string("\xff\xfe"), std::string("caf\xc3\xa9"),
+                                    std::string("\xf0\x9f\x98\x80"), std::string("\xed\xa0\x80 lone surrogate"),
+                                    std::string("\xc3")}) {
         SCOPED_TRACE(name);
         LogWriter log;
-        log.chunk().message(
-            MessageSpec(kExecute).graph(name).withEvents({EventSpec::u64(name, 1)}));
-        const Converted json = decode(log.bytes());
-        const Converted encoded = encode(json.output);
-        ASSERT_TRUE(json.status.ok() && encoded.status.ok()) << json.status.error << encoded.status.error;
+        log.chunk().message(MessageSpec(kExecute).graph(name).withEvents({EventSpec::u64(name, 1)}));
+        const Converted encoded = encode(decode(log).output);
+        ASSERT_TRUE(encoded.status.ok()) << encoded.status.error;
         const auto* message = fb::GetLogChunk(encoded.output.data() + 4)->messages()->Get(0);
         EXPECT_EQ(message->graphName()->str(), name);
         EXPECT_EQ(message->events()->Get(0)->name()->str(), name);
     }
 }
 
-// Float fields go through their decimal text and back bit for bit; values
-// that are not finite become strings. (The log writer stores no zero.)
+// Floats go through their decimal text and back bit for bit; values not finite become strings.
 TEST(LogJsonRoundTrip, FloatsAndDoublesKeepTheirBits) {
-    std::vector<float> floats = {0.1f, 1.0f, std::numeric_limits<float>::max(),
-                                 std::numeric_limits<float>::denorm_min(), 16777216.0f};
-    std::vector<double> doubles = {0.1, 1e23, std::numeric_limits<double>::max(),
-                                   std::numeric_limits<double>::denorm_min(), -1.0 / 3.0};
+    std::vector<std::pair<float, double>> values = {{0.1f, 0.1}, {1.0f, 1e23}, {16777216.0f, -1.0 / 3.0},
+        {std::numeric_limits<float>::max(), std::numeric_limits<double>::max()},
+        {std::numeric_limits<float>::denorm_min(), std::numeric_limits<double>::denorm_min()}};
     std::mt19937_64 random(12345);
-    while (floats.size() < 2000) {
+    while (values.size() < 2000) {
         const uint64_t bits = random();
         float f;
         double d;
         std::memcpy(&f, &bits, sizeof f);
         std::memcpy(&d, &bits, sizeof d);
-        if (std::isfinite(f) && std::isfinite(d) && f != 0 && d != 0) {
-            floats.push_back(f);
-            doubles.push_back(d);
-        }
+        if (std::isfinite(f) && std::isfinite(d) && f != 0 && d != 0) values.emplace_back(f, d);
     }
     const float inf = std::numeric_limits<float>::infinity();
     std::vector<EventSpec> events = {EventSpec::f32("a", std::nanf("")), EventSpec::f32("b", -inf),
                                      EventSpec::f64("c", static_cast<double>(inf))};
-    for (size_t i = 0; i < floats.size(); ++i) {
-        events.push_back(EventSpec::f32("f", floats[i]));
-        events.push_back(EventSpec::f64("d", doubles[i]));
+    for (const auto& [f, d] : values) {
+        events.push_back(EventSpec::f32("f", f));
+        events.push_back(EventSpec::f64("d", d));
     }
     LogWriter log;
     log.chunk().message(MessageSpec(kExecute).withEvents(events));
-    const std::string json = decode(log.bytes()).output;
+    const std::string json = decode(log).output;
     EXPECT_NE(json.find("\"floatValue\": 0.1\n"), std::string::npos);  // the shortest form
     EXPECT_EQ(roundTrip(json), json);  // the encoder reads each text back to the same bits
     rapidjson::Document doc;
@@ -173,15 +138,13 @@ TEST(LogJsonRoundTrip, FloatsAndDoublesKeepTheirBits) {
     EXPECT_STREQ(decoded[0]["floatValue"].GetString(), "NaN");
     EXPECT_STREQ(decoded[1]["floatValue"].GetString(), "-Infinity");
     EXPECT_STREQ(decoded[2]["doubleValue"].GetString(), "Infinity");
-    for (rapidjson::SizeType i = 0; i < floats.size(); ++i) {  // the logged values
-        ASSERT_EQ(static_cast<float>(decoded[3 + 2 * i]["floatValue"].GetDouble()), floats[i]);
-        ASSERT_EQ(decoded[3 + 2 * i + 1]["doubleValue"].GetDouble(), doubles[i]);
+    for (rapidjson::SizeType i = 0; i < values.size(); ++i) {  // the logged values
+        ASSERT_EQ(static_cast<float>(decoded[3 + 2 * i]["floatValue"].GetDouble()), values[i].first);
+        ASSERT_EQ(decoded[3 + 2 * i + 1]["doubleValue"].GetDouble(), values[i].second);
     }
-
     // A negative zero that is present keeps its sign.
-    const std::string negativeZero = roundTrip(
-        R"({"chunks": [{"header": {"timeScale": -0.0}, "messages": [{"stamp": {}, "timing": {},
-            "events": [{"doubleValue": -0}]}]}]})");
+    const std::string negativeZero = roundTrip(R"({"chunks": [{"header": {"timeScale": -0.0},
+        "messages": [{"stamp": {}, "timing": {}, "events": [{"doubleValue": -0}]}]}]})");
     EXPECT_NE(negativeZero.find("\"timeScale\": -0.0\n"), std::string::npos) << negativeZero;
     EXPECT_NE(negativeZero.find("\"doubleValue\": -0.0\n"), std::string::npos) << negativeZero;
 }
@@ -235,8 +198,7 @@ class LogToolTest : public ::testing::Test {
 protected:
     void SetUp() override {
         LogWriter().rawBytes({sample_.begin(), sample_.end()}).writeTo(dir_.file("whole.log"));
-        // Cut 100 bytes into the last (third) chunk.
-        for (size_t chunk = 0; chunk < 2; ++chunk) lastChunk_ += 4 + lengthAt(lastChunk_);
+        for (size_t chunk = 0; chunk < 2; ++chunk) lastChunk_ += 4 + lengthAt(lastChunk_);  // then cut the third
         LogWriter().rawBytes({sample_.begin(), sample_.begin() + lastChunk_ + 100}).writeTo(dir_.file("cut.log"));
         LogWriter().rawBytes({'{', '"', 'a', '"', ':', '1', '}'}).writeTo(dir_.file("trace.json"));
         LogWriter().writeTo(dir_.file("empty.log"));
@@ -248,9 +210,7 @@ protected:
         std::memcpy(&length, sample_.data() + offset, 4);  // little-endian, as the machines here
         return length;
     }
-    testtools::ToolRun run(const std::string& arguments) {
-        return testtools::runTool(dir_, VEK_PROFILE_LOG_TOOL, arguments);
-    }
+    testtools::ToolRun run(const std::string& arguments) { return testtools::runTool(dir_, VEK_PROFILE_LOG_TOOL, arguments); }
     const std::string sample_ = readFile(kSampleLog);
     size_t lastChunk_ = 0;
     TempDir dir_;
@@ -263,8 +223,7 @@ TEST_F(LogToolTest, ExitStatusesAndMessages) {
     const struct {
         std::string arguments;
         int status;
-        std::string out;  // all of standard output
-        std::string err;  // a part of standard error; "" when it must be empty
+        std::string out, err;  // all of standard output; a part of standard error ("": it must be empty)
     } cases[] = {
         {"", 2, "", "missing command (decode, encode, check or trim)"},
         {"frobnicate a", 2, "", "unknown command 'frobnicate'"},
@@ -281,8 +240,7 @@ TEST_F(LogToolTest, ExitStatusesAndMessages) {
         {"check empty.log", 1, "", "vek-profile-log: empty.log: is empty, not a profile log\n"},
         {"check dir", 1, "", "vek-profile-log: dir: is a directory, not a profile log\n"},
         {"check absent.log", 1, "", "vek-profile-log: absent.log: no such file\n"},
-        // A full disk is a failure, not a short file presented as success.
-        {"decode whole.log -o /dev/full", 1, "", "No space left on device"},
+        {"decode whole.log -o /dev/full", 1, "", "No space left on device"},  // not a short file
         {"encode bad.json -o bad.log", 1, "", "required field is missing: timing"},
         {"trim trace.json -o out.log", 1, "", "not a profile log"},
         {"trim cut.log -o cut.log", 1, "", "cut.log"},
@@ -298,14 +256,11 @@ TEST_F(LogToolTest, ExitStatusesAndMessages) {
             << result.err;
     }
     // A refused output leaves no file behind, and an input is never written over.
-    EXPECT_FALSE(std::filesystem::exists(dir_.file("bad.log")));
-    EXPECT_FALSE(std::filesystem::exists(dir_.file("out.log")));
+    EXPECT_FALSE(std::filesystem::exists(dir_.file("bad.log")) || std::filesystem::exists(dir_.file("out.log")));
     EXPECT_EQ(readFile(dir_.file("cut.log")).size(), lastChunk_ + 100);
     EXPECT_EQ(readFile(dir_.file("trimmed.log")), sample_.substr(0, lastChunk_));
-    EXPECT_EQ(run("check trimmed.log").status, 0);
     const testtools::ToolRun help = run("--help");
-    EXPECT_EQ(help.status, 0);
-    EXPECT_NE(help.out.find("Usage: vek-profile-log decode"), std::string::npos);
+    EXPECT_TRUE(help.status == 0 && help.out.find("Usage: vek-profile-log decode") != std::string::npos) << help.out;
 }
 
 TEST_F(LogToolTest, DecodeAndEncodeFilesAndStreams) {

@@ -12,16 +12,12 @@ namespace vek::profiling::testtools {
 
 struct ToolRun {
     int status;  // -1 when the tool did not exit by itself
-    std::string out;
-    std::string err;
+    std::string out, err;
 };
 
-// Runs `'tool' arguments` with `dir` as the current directory.
-inline ToolRun runTool(const testlog::TempDir& dir, const std::string& tool,
-                       const std::string& arguments) {
-    const std::string command = "cd '" + dir.path() + "' && '" + tool + "' " + arguments +
-                                " > stdout.txt 2> stderr.txt";
-    const int status = std::system(command.c_str());
+inline ToolRun runTool(const testlog::TempDir& dir, const std::string& tool, const std::string& arguments) {
+    const int status = std::system(("cd '" + dir.path() + "' && '" + tool + "' " + arguments +
+                                    " > stdout.txt 2> stderr.txt").c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, testlog::readFile(dir.file("stdout.txt")),
             testlog::readFile(dir.file("stderr.txt"))};
 }

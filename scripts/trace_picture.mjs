@@ -2,10 +2,10 @@
 // turn (one per graph and lane), the top band of each screenshot (toolbar,
 // overview, time axis, the first rows of slices) stacked into one PNG.
 //
-//   node trace_picture.mjs TRACE.json OUT.png
+//   node scripts/trace_picture.mjs TRACE.json OUT.png
 import fs from 'node:fs';
-import {Chromium} from './chromium.mjs';
-import {eachProfile, importTrace} from './speedscope_check.mjs';
+import {Chromium} from '../tests/clients/chromium.mjs';
+import {eachProfile, importTrace} from '../tests/clients/trace_check.mjs';
 
 const kWidth = 1400;
 const kBandHeight = 166;  // toolbar, overview, axis and two rows of slices
@@ -13,7 +13,7 @@ const kGap = 6;           // a dark rule between two bands
 
 const [trace, output] = process.argv.slice(2);
 if (!trace || !output) {
-  console.error('usage: node trace_picture.mjs TRACE.json OUT.png');
+  console.error('usage: node scripts/trace_picture.mjs TRACE.json OUT.png');
   process.exit(2);
 }
 const browser = await Chromium.launch();
