@@ -1,11 +1,8 @@
-// The round trip that every JSON the log tool accepts must survive: its log
-// decodes, and the decoded JSON encodes to a log that decodes to the same
-// JSON again. Shared by the JSON fuzz target and the regression tests that
-// replay its findings.
+// Every JSON the log tool accepts must decode, and come back unchanged from a second
+// round trip: the JSON fuzz target's check, replayed by the regression tests.
 #pragma once
 
 #include <sstream>
-#include <string>
 
 #include "LogJsonDecoder.h"
 #include "LogJsonEncoder.h"
@@ -23,8 +20,7 @@ ConversionStatus convertBytes(Convert convert, const std::string& input, std::st
     return status;
 }
 
-// Empty when the encoder refuses `json` or the round trip holds; otherwise
-// what went wrong.
+// Empty when the encoder refuses `json` or the round trip holds; otherwise what went wrong.
 inline std::string jsonRoundTripProblem(const std::string& json) {
     std::string log, decoded, again;
     if (!convertBytes(encodeJson, json, log).ok()) return std::string();
