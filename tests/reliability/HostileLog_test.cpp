@@ -21,9 +21,8 @@ using flatbuffers::Offset;
 using reliability::peakGrowth;
 using Events = std::vector<Offset<fb::LogEvent>>;
 
-// AddressSanitizer keeps up to 256 MB of released memory resident to catch uses after free.
 #if defined(__SANITIZE_ADDRESS__)
-constexpr int64_t kQuarantine = int64_t{256} << 20;
+constexpr int64_t kQuarantine = int64_t{256} << 20;  // released memory AddressSanitizer keeps resident
 #else
 constexpr int64_t kQuarantine = 0;
 #endif
@@ -40,7 +39,8 @@ std::vector<uint8_t> sharing(const std::function<Events(FlatBufferBuilder&, Offs
 }
 
 // A chunk with a graph name, events and a byte value, the u32 at `site` overwritten by `value`.
-std::vector<uint8_t> patched(const std::function<const void*(const fb::LogChunk&)>& site, uint32_t value) {
+using Chunk = const fb::LogChunk&;
+std::vector<uint8_t> patched(const std::function<const void*(Chunk)>& site, uint32_t value) {
     std::vector<uint8_t> chunk = buildChunk(ChunkSpec{}.message(MessageSpec(kExecute).graph("graph").times(0, 5).withEvents(
         {EventSpec::u64("e", 1), EventSpec::object("o", {1, 2, 3}, "o.bin")})));
     const auto at = static_cast<size_t>(static_cast<const uint8_t*>(site(*fb::GetLogChunk(chunk.data()))) - chunk.data());
@@ -48,7 +48,7 @@ std::vector<uint8_t> patched(const std::function<const void*(const fb::LogChunk&
     return lengthPrefixed(chunk);
 }
 
-const fb::LogMessage& first(const fb::LogChunk& chunk) { return *chunk.messages()->Get(0); }
+const fb::LogMessage& first(Chunk chunk) { return *chunk.messages()->Get(0); }
 
 std::vector<uint8_t> nestedEvents(int levels) {
     EventSpec event = EventSpec::u64("leaf", 1);
@@ -65,13 +65,12 @@ TEST(HostileLog, CorruptChunksAreRefusedWithoutOverreaching) {
     } cases[] = {
         {"length field 0xFFFFFFFF", {0xff, 0xff, 0xff, 0xff, 1, 2, 3, 4}},
         {"root offset beyond the chunk", lengthPrefixed({0, 0x10, 0, 0, 0, 0, 0, 0})},
-        {"message count 0xFFFFFFFF", patched([](const fb::LogChunk& c) { return c.messages(); }, 0xffffffff)},
-        {"message count one too many", patched([](const fb::LogChunk& c) { return c.messages(); }, 2)},
-        {"event count 0x3FFFFFFF", patched([](const fb::LogChunk& c) { return first(c).events(); }, 0x3fffffff)},
-        {"graph name longer than the chunk",
-         patched([](const fb::LogChunk& c) { return first(c).graphName(); }, 0x7ffffff0)},
+        {"message count 0xFFFFFFFF", patched([](Chunk c) { return c.messages(); }, 0xffffffff)},
+        {"message count one too many", patched([](Chunk c) { return c.messages(); }, 2)},
+        {"event count 0x3FFFFFFF", patched([](Chunk c) { return first(c).events(); }, 0x3fffffff)},
+        {"graph name longer than the chunk", patched([](Chunk c) { return first(c).graphName(); }, 0x7ffffff0)},
         {"byte value longer than the chunk",
-         patched([](const fb::LogChunk& c) { return first(c).events()->Get(1)->bytesValue(); }, 0xfffffff0)},
+         patched([](Chunk c) { return first(c).events()->Get(1)->bytesValue(); }, 0xfffffff0)},
         {"nesting deeper than 64 tables", nestedEvents(63)},  // the chunk, the message, 63 events
         {"event tables shared 2^40 ways", sharing([](FlatBufferBuilder& fbb, auto name) {
              Offset<fb::LogEvent> level = fb::CreateLogEvent(fbb, name);
@@ -145,9 +144,8 @@ TEST(HostileLog, NulBytesAndInvalidUtf8InNamesStillGiveATrace) {
     testing::internal::CaptureStdout();
     ASSERT_TRUE(reader.writeOutput(dir.file("trace.json")));
     EXPECT_NE(testing::internal::GetCapturedStdout().find(graph), std::string::npos);
-    const std::string trace = readFile(dir.file("trace.json"));
     rapidjson::Document document;
-    ASSERT_FALSE(document.Parse(trace.c_str(), trace.size()).HasParseError());
+    ASSERT_FALSE(document.Parse(readFile(dir.file("trace.json")).c_str()).HasParseError());
     std::vector<std::string> names;
     for (const auto& event : document["traceEvents"].GetArray()) {
         names.emplace_back(event["name"].GetString(), event["name"].GetStringLength());
@@ -206,10 +204,8 @@ TEST(CutLog, EveryCutOfTheLastChunkIsFoundTrimmedAndSalvaged) {
 // Every input a fuzzer found a fault with (fuzz/regressions/), replayed through its fuzz target's
 // work; the sanitizer build shows the faults themselves (undefined behaviour, runaway allocation).
 std::vector<fs::path> regressionInputs(const char* kind) {
-    std::vector<fs::path> inputs;
-    for (const auto& entry : fs::directory_iterator(fs::path(VEK_SOURCE_DIR) / "fuzz/regressions" / kind)) {
-        inputs.push_back(entry.path());
-    }
+    const fs::directory_iterator entries(fs::path(VEK_SOURCE_DIR) / "fuzz/regressions" / kind);
+    std::vector<fs::path> inputs(begin(entries), end(entries));
     EXPECT_FALSE(inputs.empty());
     return inputs;
 }

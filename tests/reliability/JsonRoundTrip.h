@@ -1,5 +1,4 @@
-// Every JSON the log tool accepts must decode, and come back unchanged from a second
-// round trip: the JSON fuzz target's check, replayed by the regression tests.
+// The JSON fuzz target's check, replayed by the regression tests.
 #pragma once
 
 #include <sstream>
@@ -20,7 +19,8 @@ ConversionStatus convertBytes(Convert convert, const std::string& input, std::st
     return status;
 }
 
-// Empty when the encoder refuses `json` or the round trip holds; otherwise what went wrong.
+// Whatever the encoder accepts must decode, and come back unchanged from a second round trip:
+// empty when it does (or the encoder refuses `json`), otherwise what went wrong.
 inline std::string jsonRoundTripProblem(const std::string& json) {
     std::string log, decoded, again;
     if (!convertBytes(encodeJson, json, log).ok()) return std::string();

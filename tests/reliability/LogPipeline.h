@@ -1,5 +1,4 @@
-// Everything a host can do with one log file, and the log tool's decoding of it:
-// the fuzz targets' work, replayed by the regression tests.
+// The log fuzz targets' work, replayed by the regression tests.
 #pragma once
 
 #include <ostream>

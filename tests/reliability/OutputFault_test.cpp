@@ -34,7 +34,6 @@ protected:
         fs::permissions(dir_.file("readonly.out"), fs::perms(0444));
     }
 
-    // The exit status of vek-profile-viewer run in the test directory after `shellSetup`.
     int runHost(const std::string& arguments, const std::string& shellSetup = "", bool asNobody = false) {
         const std::string command = "cd '" + dir_.path() + "' && exec > /dev/null && " + shellSetup +
                                     viewer(asNobody && geteuid() == 0) + " " + arguments + " 2> '" + dir_.file("stderr") + "'";
@@ -112,8 +111,7 @@ TEST_F(OutputFaultTest, InterruptedRunLeavesTheOldFileOrTheWholeNewOne) {
     ASSERT_EQ(runHost("huge.bin -o complete.json"), 0);
     const double runSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     const std::string complete = readFile(dir_.file("complete.json"));
-    // Stops spread over a whole run (loading, writing, renaming), however fast this build is.
-    int interrupted = 0;
+    int interrupted = 0;  // stops spread over a whole run (load, write, rename), however fast this build is
     const std::pair<double, const char*> stops[] = {{0.0, "INT"}, {0.1, "TERM"}, {0.25, "INT"},
                                                     {0.5, "TERM"}, {0.75, "INT"}, {0.9, "TERM"}};
     for (const auto& [fraction, signalName] : stops) {
@@ -126,8 +124,7 @@ TEST_F(OutputFaultTest, InterruptedRunLeavesTheOldFileOrTheWholeNewOne) {
         interrupted += trace == "old content";
         expectNoHiddenFiles();
     }
-    // Without a single run stopped before its end, the test proved nothing.
-    EXPECT_GT(interrupted, 0);
+    EXPECT_GT(interrupted, 0);  // else the test proved nothing
 }
 
 }  // namespace

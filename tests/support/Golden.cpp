@@ -10,8 +10,7 @@ namespace vek::profiling::testlog {
 
 ::testing::AssertionResult matchesGolden(const std::string& actual, const std::string& name) {
     const std::string path = std::string(VEK_SOURCE_DIR) + "/tests/golden/" + name;
-    const char* update = std::getenv("VEK_UPDATE_GOLDEN");
-    if (update != nullptr && std::string(update) == "1") {
+    if (const char* update = std::getenv("VEK_UPDATE_GOLDEN"); update != nullptr && std::string(update) == "1") {
         std::filesystem::create_directories(std::filesystem::path(path).parent_path());
         std::ofstream(path, std::ios::binary | std::ios::trunc) << actual;
         return ::testing::AssertionSuccess() << "rewrote " << path;

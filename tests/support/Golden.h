@@ -1,5 +1,4 @@
-// Long expected outputs live under tests/golden/; a mismatch fails with a diff, and
-// VEK_UPDATE_GOLDEN=1 rewrites the file instead (review it with git diff).
+// Long expected outputs live under tests/golden/; VEK_UPDATE_GOLDEN=1 rewrites them (review with git diff).
 #pragma once
 
 #include <gtest/gtest.h>

@@ -25,7 +25,6 @@ void collect(const char* format, uint32_t level, uint64_t timestamp, va_list arg
     captured.push_back(CapturedMessage{level, std::move(text), timestamp});
 }
 
-// Messages with this text, and this level unless it is negative.
 size_t matching(const std::string& text, int64_t level) {
     std::lock_guard<std::mutex> lock(capturedMutex);
     return static_cast<size_t>(std::count_if(captured.begin(), captured.end(), [&](const CapturedMessage& message) {

@@ -62,9 +62,7 @@ Offset<fb::LogHeader> buildHeader(FlatBufferBuilder& fbb, const HeaderSpec& desc
 
 // Element by element: GCC 12 warns falsely (array bounds, use after free) on vector copies.
 void appendPiece(std::vector<uint8_t>& out, const std::vector<uint8_t>& body, bool prefixed) {
-    for (unsigned shift = 0; prefixed && shift < 32; shift += 8) {
-        out.push_back(static_cast<uint8_t>(body.size() >> shift));
-    }
+    for (unsigned shift = 0; prefixed && shift < 32; shift += 8) out.push_back(static_cast<uint8_t>(body.size() >> shift));
     out.insert(out.end(), body.begin(), body.end());
 }
 

@@ -53,7 +53,6 @@ struct EventSpec {
     }
 
     EventSpec& id(uint32_t value) { identifier = value; return *this; }
-    EventSpec& withUnit(uint32_t value) { unit = value; return *this; }
     EventSpec& withDetail(std::string value) { detail = std::move(value); return *this; }
     EventSpec& at(uint64_t value) { timestamp = value; return *this; }
     EventSpec& withChildren(std::vector<EventSpec> children) { subEvents = std::move(children); return *this; }
@@ -89,10 +88,7 @@ struct HeaderSpec {
     uint64_t epochTimestamp = 0, steadyClockTimestamp = 0;
     std::optional<std::string> toolName, toolVersion, backend;
 
-    HeaderSpec& tool(std::string name, std::string version) {
-        toolName = std::move(name), toolVersion = std::move(version);
-        return *this;
-    }
+    HeaderSpec& tool(std::string name, std::string version) { toolName = name, toolVersion = version; return *this; }
     HeaderSpec& backendText(std::string text) { backend = std::move(text); return *this; }
     HeaderSpec& epoch(uint64_t us) { epochTimestamp = us; return *this; }
     HeaderSpec& steady(uint64_t value) { steadyClockTimestamp = value; return *this; }
