@@ -53,6 +53,7 @@ struct EventSpec {
     }
 
     EventSpec& id(uint32_t value) { identifier = value; return *this; }
+    EventSpec& withUnit(uint32_t value) { unit = value; return *this; }
     EventSpec& withDetail(std::string value) { detail = std::move(value); return *this; }
     EventSpec& at(uint64_t value) { timestamp = value; return *this; }
     EventSpec& withChildren(std::vector<EventSpec> children) { subEvents = std::move(children); return *this; }
