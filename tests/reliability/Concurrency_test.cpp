@@ -1,11 +1,7 @@
-// Several readers on their own threads, each over its own log, while other
-// threads register loggers and log. Readers share nothing but the logger
-// registry, so each must produce exactly what it produces alone. Built with
-// ThreadSanitizer by scripts/tsan.sh, which runs this suite only.
+// Readers on threads, each over its own log, while other threads replace the logger and log: each
+// reader must produce exactly what it produces alone. scripts/tsan.sh runs this suite under TSan.
 #include <atomic>
 #include <cstdarg>
-#include <cstdio>
-#include <memory>
 #include <thread>
 
 #include "logging/Log.h"
@@ -13,8 +9,6 @@
 
 namespace vek::profiling {
 namespace {
-
-using namespace testlog;
 
 std::atomic<uint64_t> delivered{0};
 
@@ -24,65 +18,53 @@ void countMessage(const char* format, uint32_t, uint64_t, va_list arguments) {
     delivered.fetch_add(1, std::memory_order_relaxed);
 }
 
-// A log of its own for each reader: its own graphs, durations and object
-// file (saved in the reader's directory).
+// The sample, then calls of this reader's own: graph, durations and object file (saved in its directory).
 void writeLog(const TempDir& dir, int index) {
+    const std::string sample = reliability::sampleLog();
     LogWriter log;
-    ChunkSpec& chunk = log.chunk().header(HeaderSpec{}.tool("net-run", std::to_string(index)).epoch(1718031845123456));
-    chunk.message(MessageSpec(kContextCreate).times(0, 40))
-        .message(MessageSpec(kFinalize).graph("g").times(50, 90).withEvents(
-            {EventSpec::u64("Init Stats", 30, 1, kInitEventIdentifier)}));
+    ChunkSpec& chunk = log.rawBytes({sample.begin(), sample.end()}).chunk();
     for (uint64_t run = 0; run < 20; ++run) {
         const uint64_t start = 1000 + 100 * run, op = 10 + static_cast<uint64_t>(index) * 7 + run;
-        chunk.message(MessageSpec(kExecute)
-                          .graph("graph_" + std::to_string(index) + "_" + std::to_string(run % 3))
-                          .times(start, start + 60 + op)
-                          .withEvents({EventSpec::u64("Accelerator", 50 + op).withChildren(
-                                           {reliability::loggedOp("conv", op), reliability::loggedOp("pool", op / 2)}),
-                                       EventSpec::object("Blob", {1, 2, 3}, dir.file("blob.bin"))}));
+        chunk.message(MessageSpec(kExecute).graph("graph_" + std::to_string(index)).times(start, start + 60 + op).withEvents(
+            {EventSpec::u64("Accelerator", 50 + op).withChildren({reliability::loggedOp("conv", op)}),
+             EventSpec::object("Blob", {1, 2, 3}, dir.file("blob.bin"))}));
     }
     log.writeTo(dir.file("run.bin"));
 }
 
-// Everything one reader produces: trace, CSV and header, from both readers
-// with the load flag set (so object files are written too).
+// Trace, CSV and headers of both readers, with the load flag set (object files are written too).
 std::string readerOutputs(const TempDir& dir, const std::string& tag) {
     const std::string log = dir.file("run.bin");
     VekProfileLogReaderChrometrace chrome(log, VisibilityLevel(10));
     VekProfileLogReader summary(log, VisibilityLevel(10));
     if (!chrome.loadLog(true) || !summary.loadLog(true)) return "load failed";
-    if (!chrome.writeOutput(dir.file(tag + ".json")) || !summary.writeOutput(dir.file(tag + ".csv"))) {
-        return "output failed";
-    }
+    if (!chrome.writeOutput(dir.file(tag + ".json")) || !summary.writeOutput(dir.file(tag + ".csv"))) return "output failed";
     return readFile(dir.file(tag + ".json")) + readFile(dir.file(tag + ".csv")) + chrome.printHeader() +
            summary.printHeader();
 }
 
 TEST(ReaderConcurrency, ReadersOnThreadsMatchTheirSingleThreadedRuns) {
     constexpr int kReaders = 4, kRounds = 3, kLoggers = 2;
-    std::vector<std::unique_ptr<TempDir>> dirs;
-    std::vector<std::string> expected;
+    TempDir dirs[kReaders];
+    std::string expected[kReaders];
+    std::vector<std::string> results[kReaders];
     testing::internal::CaptureStdout();  // the readers print their summaries
     for (int i = 0; i < kReaders; ++i) {
-        dirs.push_back(std::make_unique<TempDir>());
-        writeLog(*dirs.back(), i);
-        expected.push_back(readerOutputs(*dirs.back(), "alone"));
+        writeLog(dirs[i], i);
+        expected[i] = readerOutputs(dirs[i], "alone");
     }
     std::atomic<int> readersRunning{kReaders};
-    std::vector<std::vector<std::string>> results(kReaders);
     std::vector<std::thread> threads;
     for (int i = 0; i < kReaders; ++i) {
         threads.emplace_back([&, i] {
             for (int round = 0; round < kRounds; ++round) {
-                results[i].push_back(readerOutputs(*dirs[i], "round" + std::to_string(round)));
+                results[i].push_back(readerOutputs(dirs[i], "round" + std::to_string(round)));
             }
             readersRunning.fetch_sub(1);
         });
     }
     for (int i = 0; i < kLoggers; ++i) {
         threads.emplace_back([&, i] {
-            // Keeps replacing the library's logger (handles and levels vary)
-            // and logging through it while the readers log their own messages.
             for (int n = 0; readersRunning.load() > 0; ++n) {
                 registerLogger(0x1000 + static_cast<uint64_t>(i * 16 + n % 16), &countMessage, n % 6);
                 vekLog(kLogError, "logger thread %d message %d", i, n);
@@ -92,10 +74,8 @@ TEST(ReaderConcurrency, ReadersOnThreadsMatchTheirSingleThreadedRuns) {
     }
     for (std::thread& thread : threads) thread.join();
     testing::internal::GetCapturedStdout();
-    registerLogger(0x1000, nullptr, 0);  // the library's messages are dropped again
-    for (int i = 0; i < kReaders; ++i) {
-        EXPECT_EQ(results[i], std::vector<std::string>(kRounds, expected[i])) << "reader " << i;
-    }
+    registerLogger(0x1000, nullptr, 0);
+    for (int i = 0; i < kReaders; ++i) EXPECT_EQ(results[i], std::vector<std::string>(kRounds, expected[i])) << i;
     EXPECT_GT(delivered.load(), 0u);
 }
 

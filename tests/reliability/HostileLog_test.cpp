@@ -1,34 +1,33 @@
-// Logs crafted to break the reader: lengths, counts and offsets that point
-// beyond the chunk, nesting past the verifier's limit, tables and strings
-// shared to multiply the work, a million tiny messages, and names that are
-// not text. Each must end clearly (refused as corrupt, or loaded) without a
-// crash, a hang, or memory out of proportion to the file.
+// Logs crafted, cut or found by the fuzzers to break the reader must end clearly (refused as corrupt,
+// or loaded) without a crash, a hang, or memory out of proportion to the file.
 #include <rapidjson/document.h>
 
+#include <cstring>
 #include <functional>
+#include <sstream>
 
+#include "log/LogScan.h"
 #include "profile_log_generated.h"
+#include "reliability/JsonRoundTrip.h"
+#include "reliability/LogPipeline.h"
 #include "reliability/Reliability.h"
 
 namespace vek::profiling {
 namespace {
 
-using namespace testlog;
+namespace fs = std::filesystem;
 using flatbuffers::FlatBufferBuilder;
 using flatbuffers::Offset;
 using reliability::peakGrowth;
 using Events = std::vector<Offset<fb::LogEvent>>;
 
-// AddressSanitizer holds on to released memory (up to 256 MB) to catch uses
-// after free, so released chunk buffers still count as resident there.
 #if defined(__SANITIZE_ADDRESS__)
-constexpr int64_t kQuarantine = int64_t{256} << 20;
+constexpr int64_t kQuarantine = int64_t{256} << 20;  // released memory AddressSanitizer keeps resident
 #else
 constexpr int64_t kQuarantine = 0;
 #endif
 
-// One execution whose events, built by `events`, share tables or strings:
-// a few hundred bytes that read as far more.
+// One execution whose events share tables or strings: a few hundred bytes that read as far more.
 std::vector<uint8_t> sharing(const std::function<Events(FlatBufferBuilder&, Offset<flatbuffers::String>)>& events) {
     FlatBufferBuilder fbb;
     const auto list = fbb.CreateVector(events(fbb, fbb.CreateString("e")));
@@ -39,9 +38,9 @@ std::vector<uint8_t> sharing(const std::function<Events(FlatBufferBuilder&, Offs
     return lengthPrefixed({fbb.GetBufferPointer(), fbb.GetBufferPointer() + fbb.GetSize()});
 }
 
-// A chunk whose message has a graph name, events and a byte value, with the
-// u32 at what `site` points to overwritten by `value`.
-std::vector<uint8_t> patched(const std::function<const void*(const fb::LogChunk&)>& site, uint32_t value) {
+// A chunk with a graph name, events and a byte value, the u32 at `site` overwritten by `value`.
+using Chunk = const fb::LogChunk&;
+std::vector<uint8_t> patched(const std::function<const void*(Chunk)>& site, uint32_t value) {
     std::vector<uint8_t> chunk = buildChunk(ChunkSpec{}.message(MessageSpec(kExecute).graph("graph").times(0, 5).withEvents(
         {EventSpec::u64("e", 1), EventSpec::object("o", {1, 2, 3}, "o.bin")})));
     const auto at = static_cast<size_t>(static_cast<const uint8_t*>(site(*fb::GetLogChunk(chunk.data()))) - chunk.data());
@@ -49,7 +48,7 @@ std::vector<uint8_t> patched(const std::function<const void*(const fb::LogChunk&
     return lengthPrefixed(chunk);
 }
 
-const fb::LogMessage& first(const fb::LogChunk& chunk) { return *chunk.messages()->Get(0); }
+const fb::LogMessage& first(Chunk chunk) { return *chunk.messages()->Get(0); }
 
 std::vector<uint8_t> nestedEvents(int levels) {
     EventSpec event = EventSpec::u64("leaf", 1);
@@ -65,21 +64,14 @@ TEST(HostileLog, CorruptChunksAreRefusedWithoutOverreaching) {
         std::vector<uint8_t> tail;  // what follows a good chunk in the file
     } cases[] = {
         {"length field 0xFFFFFFFF", {0xff, 0xff, 0xff, 0xff, 1, 2, 3, 4}},
-        {"root offset beyond the chunk", [] {
-             std::vector<uint8_t> empty = buildChunk(ChunkSpec{});
-             empty[0] = 0;
-             empty[1] = 0x10;  // the root offset (u32, little-endian) is now 0x1000
-             return lengthPrefixed(empty);
-         }()},
-        {"message count 0xFFFFFFFF", patched([](const fb::LogChunk& c) { return c.messages(); }, 0xffffffff)},
-        {"message count one too many", patched([](const fb::LogChunk& c) { return c.messages(); }, 2)},
-        {"event count 0x3FFFFFFF", patched([](const fb::LogChunk& c) { return first(c).events(); }, 0x3fffffff)},
-        {"graph name longer than the chunk",
-         patched([](const fb::LogChunk& c) { return first(c).graphName(); }, 0x7ffffff0)},
+        {"root offset beyond the chunk", lengthPrefixed({0, 0x10, 0, 0, 0, 0, 0, 0})},
+        {"message count 0xFFFFFFFF", patched([](Chunk c) { return c.messages(); }, 0xffffffff)},
+        {"message count one too many", patched([](Chunk c) { return c.messages(); }, 2)},
+        {"event count 0x3FFFFFFF", patched([](Chunk c) { return first(c).events(); }, 0x3fffffff)},
+        {"graph name longer than the chunk", patched([](Chunk c) { return first(c).graphName(); }, 0x7ffffff0)},
         {"byte value longer than the chunk",
-         patched([](const fb::LogChunk& c) { return first(c).events()->Get(1)->bytesValue(); }, 0xfffffff0)},
-        // The chunk, the message and 63 levels of events: one table too deep.
-        {"nesting deeper than 64 tables", nestedEvents(63)},
+         patched([](Chunk c) { return first(c).events()->Get(1)->bytesValue(); }, 0xfffffff0)},
+        {"nesting deeper than 64 tables", nestedEvents(63)},  // the chunk, the message, 63 events
         {"event tables shared 2^40 ways", sharing([](FlatBufferBuilder& fbb, auto name) {
              Offset<fb::LogEvent> level = fb::CreateLogEvent(fbb, name);
              for (int i = 0; i < 40; ++i) level = fb::CreateLogEvent(fbb, name, 0, 0, 0, fbb.CreateVector(Events{level, level}));
@@ -112,25 +104,8 @@ TEST(HostileLog, CorruptChunksAreRefusedWithoutOverreaching) {
     }
 }
 
-TEST(HostileLog, NestingAtTheVerifiersLimitLoadsAndReports) {
-    TempDir dir;
-    // The chunk, the message and 62 levels of events: exactly 64 tables deep.
-    LogWriter().rawBytes(nestedEvents(62)).writeTo(dir.file("deep.bin"));
-    VekProfileLogReaderChrometrace chrome(dir.file("deep.bin"), VisibilityLevel(10));
-    VekProfileLogReader summary(dir.file("deep.bin"), VisibilityLevel(10));
-    ASSERT_TRUE(chrome.loadLog(false));
-    ASSERT_TRUE(summary.loadLog(false));
-    testing::internal::CaptureStdout();
-    EXPECT_TRUE(chrome.writeOutput(dir.file("trace.json")));
-    EXPECT_TRUE(summary.writeOutput(dir.file("summary.csv")));
-    // The backend listing goes down every level, 4 blanks deeper each time.
-    EXPECT_NE(testing::internal::GetCapturedStdout().find(std::string(4 * 63, ' ') + "leaf: 1  us"), std::string::npos);
-}
-
+// 100 copies of a chunk of 10,000 calls the model keeps only the latest of: memory must not follow the file.
 TEST(HostileLog, AMillionTinyMessagesLoadInBoundedMemory) {
-    // One chunk of 10,000 messages, written 100 times. They cycle through the
-    // calls the model keeps one of (the latest), so the model stays small
-    // however long the log: memory must not follow the file.
     const uint8_t kinds[] = {kBinaryInit, kDeinit, kNetRun, kLibLoad, kContextGetBinarySize, kContextGetBinary,
                              kUpdateBinarySection};
     ChunkSpec chunk;
@@ -146,21 +121,18 @@ TEST(HostileLog, AMillionTinyMessagesLoadInBoundedMemory) {
     VekProfileLogReader reader(dir.file("many.bin"), VisibilityLevel(10));
     bool loaded = false;
     const int64_t growth = peakGrowth([&] { loaded = reader.loadLog(false); });
-    ASSERT_TRUE(loaded);
-    EXPECT_TRUE(capture.messages().empty());
-    // Read to the end, keeping the last of each kind: message 9999 is a library load.
-    EXPECT_EQ(reader.libLoadTimestamp, 9999u);
+    ASSERT_TRUE(loaded && capture.messages().empty());
+    EXPECT_EQ(reader.libLoadTimestamp, 9999u);  // the last message
     EXPECT_EQ(reader.updateBinarySections.size(), 1u);
     EXPECT_EQ(reader.contextBinaryCalls.size(), 2u);
-    // One chunk at a time, not the file, nor a million messages' worth of model.
     EXPECT_LT(growth, kQuarantine + (int64_t{16} << 20)) << growth;
 }
 
+// Names are any bytes the runtime sends: the trace escapes NUL and passes the rest through
+// unchanged, so it parses as JSON but is not valid UTF-8.
 TEST(HostileLog, NulBytesAndInvalidUtf8InNamesStillGiveATrace) {
-    // Names as the runtime could send them: any bytes, NUL and invalid UTF-8 included.
-    const std::string graph("gr\0aph\xff", 7), nulOp("co\0nv", 5);
+    const std::string graph("gr\0aph\xff", 7), nulOp("co\0nv", 5), badBackground = "dma\x80";
     const std::string badOp = "\xc3\x28\xff\xfe";  // a cut two-byte sequence, then no UTF-8 at all
-    const std::string badBackground = "dma\x80";
     TempDir dir;
     LogWriter log;
     log.chunk().message(MessageSpec(kExecute).graph(graph).times(100, 350).withEvents(
@@ -171,23 +143,95 @@ TEST(HostileLog, NulBytesAndInvalidUtf8InNamesStillGiveATrace) {
     ASSERT_TRUE(reader.loadLog(false));
     testing::internal::CaptureStdout();
     ASSERT_TRUE(reader.writeOutput(dir.file("trace.json")));
-    // The summary prints the bytes as they are.
     EXPECT_NE(testing::internal::GetCapturedStdout().find(graph), std::string::npos);
-
-    // The trace escapes the NUL and passes the other bytes through unchanged,
-    // so it parses as JSON but is not valid UTF-8.
-    const std::string trace = readFile(dir.file("trace.json"));
-    EXPECT_NE(trace.find("\"co\\u0000nv\""), std::string::npos);
-    EXPECT_NE(trace.find("\"" + badOp + "\""), std::string::npos);
-    EXPECT_NE(trace.find("\"" + badBackground + "\""), std::string::npos);
-    rapidjson::Document strict, document;
-    EXPECT_TRUE(strict.Parse<rapidjson::kParseValidateEncodingFlag>(trace.c_str(), trace.size()).HasParseError());
-    ASSERT_FALSE(document.Parse(trace.c_str(), trace.size()).HasParseError());
+    rapidjson::Document document;
+    ASSERT_FALSE(document.Parse(readFile(dir.file("trace.json")).c_str()).HasParseError());
     std::vector<std::string> names;
     for (const auto& event : document["traceEvents"].GetArray()) {
         names.emplace_back(event["name"].GetString(), event["name"].GetStringLength());
     }
     EXPECT_EQ(names, (std::vector<std::string>{"Wait", "", nulOp, badBackground, "Wait", "", badOp, badBackground}));
+}
+
+std::string traceOf(const std::string& logPath, bool salvage) {
+    VekProfileLogReaderChrometrace reader(logPath, VisibilityLevel(127));
+    setSalvageLoad(&reader, salvage);
+    EXPECT_TRUE(reader.loadLog(false));
+    std::ostringstream trace;
+    EXPECT_TRUE(writeTrace(&reader, trace, trace, TraceFormat::Exact));
+    return trace.str();
+}
+
+LogScanSummary scanFile(const std::string& path) {
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    const LogScanSummary summary = scanLog(file, ScanExtent::kWholeLog);
+    std::fclose(file);
+    return summary;
+}
+
+// A run that dies mid-write cuts the last chunk. At every cut, the scan names the place, the valid
+// prefix is the chunks before it, and a salvage load reports what a load of that prefix reports.
+TEST(CutLog, EveryCutOfTheLastChunkIsFoundTrimmedAndSalvaged) {
+    const std::string sample = reliability::sampleLog();
+    std::vector<size_t> starts;  // of its chunks
+    uint32_t length = 0;
+    for (size_t at = 0; at < sample.size(); at += 4 + length) {
+        starts.push_back(at);
+        std::memcpy(&length, &sample[at], 4);
+    }
+    ASSERT_GE(starts.size(), 2u);
+    const size_t last = starts.back();
+    TempDir dir;
+    const std::string log = dir.file("run.log");
+    LogWriter().rawBytes({sample.begin(), sample.begin() + static_cast<std::ptrdiff_t>(last)}).writeTo(log);
+    LogCapture quiet(0);
+    const std::string expected = traceOf(log, false);
+    LogWriter().rawBytes({sample.begin(), sample.end()}).writeTo(log);
+    ASSERT_EQ(scanFile(log).problems, 0u);
+    for (size_t cut = sample.size() - 1; cut > last; --cut) {  // shorter and shorter, in place
+        SCOPED_TRACE("cut at " + std::to_string(cut));
+        ASSERT_EQ(truncate(log.c_str(), static_cast<off_t>(cut)), 0);
+        const LogScanSummary check = scanFile(log);
+        ASSERT_EQ(check.problems, 1u);
+        EXPECT_EQ(check.firstProblem.chunkIndex, starts.size() - 1);
+        EXPECT_EQ(check.firstProblem.byteOffset, last);
+        EXPECT_EQ(check.firstProblem.kind, cut - last < 4 ? ChunkProblemKind::TrailingBytes : ChunkProblemKind::CutChunk);
+        ASSERT_EQ(check.prefixBytes, last);
+        ASSERT_EQ(traceOf(log, true), expected);
+    }
+}
+
+// Every input a fuzzer found a fault with (fuzz/regressions/), replayed through its fuzz target's
+// work; the sanitizer build shows the faults themselves (undefined behaviour, runaway allocation).
+std::vector<fs::path> regressionInputs(const char* kind) {
+    const fs::directory_iterator entries(fs::path(VEK_SOURCE_DIR) / "fuzz/regressions" / kind);
+    std::vector<fs::path> inputs(begin(entries), end(entries));
+    EXPECT_FALSE(inputs.empty());
+    return inputs;
+}
+
+TEST(FuzzRegression, LogInputsRunThroughTheWholePipeline) {
+    const fs::path previous = fs::current_path();
+    for (const fs::path& input : regressionInputs("log")) {
+        TempDir dir;  // the current directory, where object files are saved
+        LogCapture quiet(0);
+        const std::string bytes = readFile(input.string());
+        testing::internal::CaptureStdout();
+        const int64_t growth = reliability::peakGrowth([&] {
+            fs::current_path(dir.path());
+            for (const bool flag : {false, true}) reliability::runWholePipeline(input.string(), dir.file("out.csv"), flag);
+            reliability::decodeWithTheTool(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+            fs::current_path(previous);
+        });
+        testing::internal::GetCapturedStdout();
+        EXPECT_LT(growth, reliability::kMemoryBound) << input.filename();
+    }
+}
+
+TEST(FuzzRegression, JsonInputsSurviveTheRoundTrip) {
+    for (const fs::path& input : regressionInputs("json")) {
+        EXPECT_EQ(reliability::jsonRoundTripProblem(readFile(input.string())), "") << input.filename();
+    }
 }
 
 }  // namespace

@@ -1,11 +1,7 @@
-// The round trip that every JSON the log tool accepts must survive: its log
-// decodes, and the decoded JSON encodes to a log that decodes to the same
-// JSON again. Shared by the JSON fuzz target and the regression tests that
-// replay its findings.
+// The JSON fuzz target's check, replayed by the regression tests.
 #pragma once
 
 #include <sstream>
-#include <string>
 
 #include "LogJsonDecoder.h"
 #include "LogJsonEncoder.h"
@@ -23,8 +19,8 @@ ConversionStatus convertBytes(Convert convert, const std::string& input, std::st
     return status;
 }
 
-// Empty when the encoder refuses `json` or the round trip holds; otherwise
-// what went wrong.
+// Whatever the encoder accepts must decode, and come back unchanged from a second round trip:
+// empty when it does (or the encoder refuses `json`), otherwise what went wrong.
 inline std::string jsonRoundTripProblem(const std::string& json) {
     std::string log, decoded, again;
     if (!convertBytes(encodeJson, json, log).ok()) return std::string();

@@ -1,13 +1,7 @@
-// Everything a host can do with one log file, and the log tool's decoding of
-// it, for the fuzz targets and the regression tests that replay their
-// findings.
+// The log fuzz targets' work, replayed by the regression tests.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <ostream>
-#include <streambuf>
-#include <string>
 
 #include "LogJsonDecoder.h"
 #include "VekChrometraceProfilingReader.h"
@@ -17,8 +11,7 @@
 
 namespace vek::profiling::reliability {
 
-// Takes whatever is written and keeps none of it (the fuzz sandbox may not
-// open even /dev/null).
+// Keeps nothing (the fuzz sandbox may not open even /dev/null).
 class DiscardingStream : public std::ostream {
 public:
     DiscardingStream() : std::ostream(&buffer_) {}
@@ -30,13 +23,8 @@ private:
     } buffer_;
 };
 
-// Loads `logPath` with both readers, one of them with the load flag set
-// (which saves object files into the current directory; `flagTheTraceReader`
-// says which), and asks each for its reports and its header. Reports are
-// requested after a refused load too: a host may do that, and the reports
-// must cope with a half-filled model. The trace goes to a discarding stream
-// in both formats; the summary reader writes its CSV export to `csvPath`
-// through writeOutput, as the viewer's summary mode does.
+// Both readers, one with the load flag set (object files go to the current directory), each asked
+// for its reports and header even after a refused load, as a host may do; the CSV goes to `csvPath`.
 inline void runWholePipeline(const std::string& logPath, const std::string& csvPath, bool flagTheTraceReader) {
     const auto level = static_cast<VisibilityLevel>(127);
     DiscardingStream discard;
@@ -51,8 +39,7 @@ inline void runWholePipeline(const std::string& logPath, const std::string& csvP
     summary.printHeader();
 }
 
-// Decodes the log bytes with the log tool, as `vek-profile-log decode` does;
-// true when the tool accepts them.
+// As `vek-profile-log decode` does; true when the tool accepts the bytes.
 inline bool decodeWithTheTool(const uint8_t* data, size_t size) {
     const testlog::MemoryFile log(std::string(reinterpret_cast<const char*>(data), size));
     DiscardingStream json;

@@ -1,29 +1,26 @@
-// Shared by the reliability tests: the rise of the peak resident memory over
-// a piece of work (hostile input must never make the reader allocate more
-// than the input can justify), and an op record as the runtime logs it.
+// Shared by the reliability tests: peak-memory growth, the sample log, an op record as the runtime logs it.
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <vector>
 
 #include "chrometrace/LintingIdentifiers.h"
 #include "reader/VekProfileLogReaderChrometrace.h"
 #include "support/LogCapture.h"
 #include "support/LogWriter.h"
 
-namespace vek::profiling::reliability {
+namespace vek::profiling {
+using namespace testlog;
 
-// Generous for logs of kilobytes; a length or count taken at its word costs
-// gigabytes.
+namespace reliability {
+
+// Generous for logs of kilobytes; a length or count taken at its word costs gigabytes.
 constexpr int64_t kMemoryBound = int64_t{64} << 20;
 
-// A "Name:   1234 kB" line of /proc/self/status, in bytes; -1 when absent.
-inline int64_t statusBytes(const std::string& name) {
+inline int64_t statusBytes(const std::string& name) {  // of /proc/self/status; -1 when absent
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {
         if (line.compare(0, name.size() + 1, name + ":") == 0) return std::stoll(line.substr(name.size() + 1)) * 1024;
@@ -31,8 +28,7 @@ inline int64_t statusBytes(const std::string& name) {
     return -1;
 }
 
-// The rise of the peak resident memory (VmHWM) over the resident memory
-// before `work`, in bytes; -1 when the peak cannot be reset here.
+// The rise of the peak resident memory over the resident memory before `work`; -1 when it cannot be reset.
 template <typename Work>
 int64_t peakGrowth(Work&& work) {
     if (!(std::ofstream("/proc/self/clear_refs") << "5" << std::flush)) return -1;  // VmHWM = VmRSS
@@ -42,10 +38,9 @@ int64_t peakGrowth(Work&& work) {
     return before < 0 || peak < 0 ? -1 : peak - before;
 }
 
-// An op record with its wait, background work, the background's wait and resources.
-inline testlog::EventSpec loggedOp(const std::string& name, uint64_t duration = 40,
-                                   const std::string& background = "dma") {
-    using testlog::EventSpec;
+inline std::string sampleLog() { return readFile(std::string(VEK_SAMPLE_DIR) + "/linting_sample.log"); }
+
+inline EventSpec loggedOp(const std::string& name, uint64_t duration = 40, const std::string& background = "dma") {
     return EventSpec::u64(name, duration, 1, kOpRecordIdentifier).withChildren({
         EventSpec::u64("wait", duration / 8, 1, kWaitDurationIdentifier),
         EventSpec::u64("bg", duration * 3 / 4, 1, kOpBackgroundIdentifier)
@@ -54,4 +49,5 @@ inline testlog::EventSpec loggedOp(const std::string& name, uint64_t duration = 
         EventSpec::u64("resources", 1, 1, kResourceMaskIdentifier)});
 }
 
-}  // namespace vek::profiling::reliability
+}  // namespace reliability
+}  // namespace vek::profiling

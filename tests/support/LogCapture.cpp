@@ -25,6 +25,13 @@ void collect(const char* format, uint32_t level, uint64_t timestamp, va_list arg
     captured.push_back(CapturedMessage{level, std::move(text), timestamp});
 }
 
+size_t matching(const std::string& text, int64_t level) {
+    std::lock_guard<std::mutex> lock(capturedMutex);
+    return static_cast<size_t>(std::count_if(captured.begin(), captured.end(), [&](const CapturedMessage& message) {
+        return message.text == text && (level < 0 || message.level == level);
+    }));
+}
+
 }  // namespace
 
 LogCapture::LogCapture(int32_t maxLevel) {
@@ -35,19 +42,8 @@ LogCapture::LogCapture(int32_t maxLevel) {
 LogCapture::~LogCapture() { registerLogger(kCaptureHandle, nullptr, 0); }
 
 const std::vector<CapturedMessage>& LogCapture::messages() const { return captured; }
-
-bool LogCapture::contains(const std::string& text, uint32_t level) const {
-    std::lock_guard<std::mutex> lock(capturedMutex);
-    return std::any_of(captured.begin(), captured.end(), [&](const CapturedMessage& message) {
-        return message.text == text && message.level == level;
-    });
-}
-
-size_t LogCapture::count(const std::string& text) const {
-    std::lock_guard<std::mutex> lock(capturedMutex);
-    return static_cast<size_t>(std::count_if(captured.begin(), captured.end(),
-                                             [&](const CapturedMessage& message) { return message.text == text; }));
-}
+bool LogCapture::contains(const std::string& text, uint32_t level) const { return matching(text, level) > 0; }
+size_t LogCapture::count(const std::string& text) const { return matching(text, -1); }
 
 void LogCapture::clear() {
     std::lock_guard<std::mutex> lock(capturedMutex);

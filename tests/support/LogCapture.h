@@ -9,21 +9,17 @@ namespace vek::profiling::testlog {
 
 struct CapturedMessage {
     uint32_t level;
-    std::string text;  // formatted with the message's arguments
+    std::string text;
     uint64_t timestampNs;
 };
 
 class LogCapture {
 public:
-    // Registers a logger with the given maximum level as the library's.
-    explicit LogCapture(int32_t maxLevel = 5);
-    // Registers a logger that receives nothing, so messages are dropped again.
-    ~LogCapture();
+    explicit LogCapture(int32_t maxLevel = 5);  // registered as the library's logger
+    ~LogCapture();                              // messages are dropped again
 
     const std::vector<CapturedMessage>& messages() const;
-    // True when a message with exactly this text and level was received.
-    bool contains(const std::string& text, uint32_t level) const;
-    // How many messages with this text were received.
+    bool contains(const std::string& text, uint32_t level) const;  // exactly this text and level
     size_t count(const std::string& text) const;
     void clear();
 };

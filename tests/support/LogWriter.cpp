@@ -4,8 +4,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <stdexcept>
 
 #include "profile_log_generated.h"
 
@@ -29,29 +27,13 @@ Offset<flatbuffers::String> text(FlatBufferBuilder& fbb, const std::optional<std
     return value ? fbb.CreateString(*value) : 0;
 }
 
-// The fields are added in the schema's order, so that the bytes stay those
-// the tests were written against.
 Offset<fb::LogEvent> buildEvent(FlatBufferBuilder& fbb, const EventSpec& desc) {
     const auto subEvents = buildList(fbb, desc.subEvents, buildEvent);
-    const auto name = text(fbb, desc.name);
+    const auto name = text(fbb, desc.name), detail = text(fbb, desc.detail), stringValue = text(fbb, desc.stringValue);
     const auto bytes = desc.bytesValue ? fbb.CreateVector(*desc.bytesValue) : 0;
-    const auto detail = text(fbb, desc.detail);
-    const auto stringValue = text(fbb, desc.stringValue);
-    fb::LogEventBuilder event(fbb);
-    event.add_name(name);
-    event.add_identifier(desc.identifier);
-    event.add_uint64Value(desc.uint64Value);
-    event.add_unit(desc.unit);
-    event.add_subEvents(subEvents);
-    event.add_valueType(desc.valueType);
-    event.add_int64Value(desc.int64Value);
-    event.add_floatValue(desc.floatValue);
-    event.add_bytesValue(bytes);
-    event.add_detail(detail);
-    event.add_timestamp(desc.timestamp);
-    event.add_doubleValue(desc.doubleValue);
-    event.add_stringValue(stringValue);
-    return event.Finish();
+    return fb::CreateLogEvent(fbb, name, desc.identifier, desc.uint64Value, desc.unit, subEvents, desc.valueType,
+                              desc.int64Value, desc.floatValue, bytes, detail, desc.timestamp, desc.doubleValue,
+                              stringValue);
 }
 
 Offset<fb::LogMessage> buildMessage(FlatBufferBuilder& fbb, const MessageSpec& desc) {
@@ -59,8 +41,7 @@ Offset<fb::LogMessage> buildMessage(FlatBufferBuilder& fbb, const MessageSpec& d
     const auto graphName = text(fbb, desc.graphName);
     const auto stamp = desc.omitStamp ? 0 : fb::CreateMessageStamp(fbb, desc.timestamp, 0);
     const auto timing = desc.omitTiming ? 0 : fb::CreateMessageTiming(fbb, desc.startTime, desc.endTime);
-    // Built by hand rather than with the generated builder, whose Finish()
-    // insists on the required fields that a corrupt message leaves out.
+    // By hand: the generated builder's Finish() insists on the fields a corrupt message leaves out.
     const auto start = fbb.StartTable();
     if (!desc.omitStamp) fbb.AddOffset(fb::LogMessage::VT_STAMP, stamp);
     fbb.AddElement<uint8_t>(fb::LogMessage::VT_METHODTYPE, desc.methodType, 0);
@@ -73,20 +54,15 @@ Offset<fb::LogMessage> buildMessage(FlatBufferBuilder& fbb, const MessageSpec& d
 
 Offset<fb::LogHeader> buildHeader(FlatBufferBuilder& fbb, const HeaderSpec& desc) {
     const auto version = fb::CreateLogVersion(fbb, 1, 0, 0, 0);
-    const auto toolVersion = text(fbb, desc.toolVersion);
-    const auto backend = text(fbb, desc.backend);
+    const auto toolVersion = text(fbb, desc.toolVersion), backend = text(fbb, desc.backend);
     const auto toolName = text(fbb, desc.toolName);
     return fb::CreateLogHeader(fbb, desc.timeScale, desc.epochTimestamp, desc.steadyClockTimestamp,
                                version, toolVersion, backend, toolName);
 }
 
-// Appends `body` to `out`, after its u32 little-endian length when `prefixed`.
-// Written element by element: GCC 12 reports false array-bounds and
-// use-after-free warnings on the vector copies of the obvious version.
+// Element by element: GCC 12 warns falsely (array bounds, use after free) on vector copies.
 void appendPiece(std::vector<uint8_t>& out, const std::vector<uint8_t>& body, bool prefixed) {
-    for (unsigned shift = 0; prefixed && shift < 32; shift += 8) {
-        out.push_back(static_cast<uint8_t>(body.size() >> shift));
-    }
+    for (unsigned shift = 0; prefixed && shift < 32; shift += 8) out.push_back(static_cast<uint8_t>(body.size() >> shift));
     out.insert(out.end(), body.begin(), body.end());
 }
 
@@ -110,18 +86,19 @@ std::vector<uint8_t> lengthPrefixed(const std::vector<uint8_t>& body) {
 }
 
 ChunkSpec& LogWriter::chunk() {
-    // Built in place: moving a fresh Piece in makes GCC 12 warn (falsely)
-    // of uninitialised members at -O3.
+    // In place: moving a fresh Piece in makes GCC 12 warn falsely at -O3.
     Piece& piece = pieces_.emplace_back();
     piece.prefixed = true;
     return piece.chunk.emplace();
 }
 
-LogWriter& LogWriter::rawChunk(std::vector<uint8_t> body) { return raw(std::move(body), true); }
-LogWriter& LogWriter::rawBytes(std::vector<uint8_t> bytes) { return raw(std::move(bytes), false); }
+LogWriter& LogWriter::rawChunk(std::vector<uint8_t> body) {
+    pieces_.push_back(Piece{std::nullopt, std::move(body), true});
+    return *this;
+}
 
-LogWriter& LogWriter::raw(std::vector<uint8_t> bytes, bool prefixed) {
-    pieces_.push_back(Piece{std::nullopt, std::move(bytes), prefixed});
+LogWriter& LogWriter::rawBytes(std::vector<uint8_t> bytes) {
+    pieces_.push_back(Piece{std::nullopt, std::move(bytes), false});
     return *this;
 }
 
@@ -147,10 +124,7 @@ TempDir::TempDir() : path_((std::filesystem::temp_directory_path() / "vek-test-X
     if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
 }
 
-TempDir::~TempDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
+TempDir::~TempDir() { std::error_code ignored; std::filesystem::remove_all(path_, ignored); }
 
 std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);

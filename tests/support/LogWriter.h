@@ -1,11 +1,4 @@
-// Builds profile logs from code: length-prefixed chunks of log messages with
-// headers and event trees, including malformed ones, for tests and benchmarks.
-//
-//   LogWriter log;
-//   log.chunk().header(HeaderSpec{}.tool("tool", "1.0"))
-//      .message(MessageSpec(kExecute).graph("g0").times(10, 110).withEvents({
-//          EventSpec::u64("Accelerator", 90).withChildren({EventSpec::u64("Conv", 12, 3)})}));
-//   log.writeTo(path);
+// Builds profile logs (length-prefixed chunks), malformed ones included, for tests and benchmarks.
 #pragma once
 
 #include <cstdint>
@@ -38,7 +31,6 @@ struct EventSpec {
     std::optional<std::string> stringValue, detail;
     std::optional<std::vector<EventSpec>> subEvents;
 
-    // An unsigned 64-bit event (value type 2), the common case.
     static EventSpec u64(std::string name, uint64_t value, uint32_t unit = 1, uint32_t identifier = 0) {
         return typed(std::move(name), kValueUInt64, unit, &EventSpec::uint64Value, value).id(identifier);
     }
@@ -54,7 +46,7 @@ struct EventSpec {
     static EventSpec text(std::string name, std::string value, uint32_t unit = 6) {
         return typed(std::move(name), kValueString, unit, &EventSpec::stringValue, std::optional(std::move(value)));
     }
-    // An object event (unit 5): raw bytes saved under the file name `detail`.
+    // Unit 5: the bytes are saved under the file name `detail`.
     static EventSpec object(std::string name, std::vector<uint8_t> bytes, std::string fileName) {
         return typed(std::move(name), kValueBytes, 5, &EventSpec::bytesValue, std::optional(std::move(bytes)))
             .withDetail(std::move(fileName));
@@ -70,9 +62,7 @@ private:
     template <typename Field>
     static EventSpec typed(std::string name, int32_t type, uint32_t unit, Field EventSpec::*field, Field value) {
         EventSpec event;
-        event.name = std::move(name);
-        event.valueType = type;
-        event.unit = unit;
+        event.name = std::move(name), event.valueType = type, event.unit = unit;
         event.*field = std::move(value);
         return event;
     }
@@ -80,7 +70,6 @@ private:
 
 struct MessageSpec {
     explicit MessageSpec(uint8_t type) : methodType(type) {}
-
     uint8_t methodType;
     uint64_t timestamp = 0, startTime = 0, endTime = 0;
     int8_t visibility = 0;
@@ -90,12 +79,7 @@ struct MessageSpec {
     bool omitTiming = false;  // makes the chunk corrupt
 
     MessageSpec& graph(std::string name) { graphName = std::move(name); return *this; }
-    // Message timestamp = start; duration = end - start.
-    MessageSpec& times(uint64_t start, uint64_t end) {
-        timestamp = startTime = start;
-        endTime = end;
-        return *this;
-    }
+    MessageSpec& times(uint64_t start, uint64_t end) { timestamp = startTime = start; endTime = end; return *this; }
     MessageSpec& visible(int8_t value) { visibility = value; return *this; }
     MessageSpec& withEvents(std::vector<EventSpec> list) { events = std::move(list); return *this; }
 };
@@ -105,11 +89,7 @@ struct HeaderSpec {
     uint64_t epochTimestamp = 0, steadyClockTimestamp = 0;
     std::optional<std::string> toolName, toolVersion, backend;
 
-    HeaderSpec& tool(std::string name, std::string version) {
-        toolName = std::move(name);
-        toolVersion = std::move(version);
-        return *this;
-    }
+    HeaderSpec& tool(std::string name, std::string version) { toolName = name, toolVersion = version; return *this; }
     HeaderSpec& backendText(std::string text) { backend = std::move(text); return *this; }
     HeaderSpec& epoch(uint64_t us) { epochTimestamp = us; return *this; }
     HeaderSpec& steady(uint64_t value) { steadyClockTimestamp = value; return *this; }
@@ -122,32 +102,24 @@ struct ChunkSpec {
 
     ChunkSpec& header(HeaderSpec value) { headerSpec = std::move(value); return *this; }
     ChunkSpec& message(MessageSpec value) {
-        if (!messages) messages.emplace();
-        messages->push_back(std::move(value));
+        (messages ? *messages : messages.emplace()).push_back(std::move(value));
         return *this;
     }
 };
 
-// The FlatBuffers bytes of one chunk (no length prefix).
-std::vector<uint8_t> buildChunk(const ChunkSpec& chunk);
-// Length prefix (u32 little-endian) followed by the body.
+std::vector<uint8_t> buildChunk(const ChunkSpec& chunk);  // no length prefix
 std::vector<uint8_t> lengthPrefixed(const std::vector<uint8_t>& body);
 
 class LogWriter {
 public:
-    // Appends a chunk and returns it for filling in; chunks are built when
-    // the log is written, in the order added.
-    ChunkSpec& chunk();
-    // Appends a length prefix and the given bytes as they stand.
-    LogWriter& rawChunk(std::vector<uint8_t> body);
-    // Appends arbitrary bytes (a cut-short length field, garbage).
-    LogWriter& rawBytes(std::vector<uint8_t> bytes);
+    ChunkSpec& chunk();  // appended, built when the log is written
+    LogWriter& rawChunk(std::vector<uint8_t> body);   // length prefix + the bytes as they stand
+    LogWriter& rawBytes(std::vector<uint8_t> bytes);  // no prefix: garbage, a cut length field
 
     std::vector<uint8_t> bytes() const;
     void writeTo(const std::string& path) const;
 
 private:
-    LogWriter& raw(std::vector<uint8_t> bytes, bool prefixed);
     struct Piece {
         std::optional<ChunkSpec> chunk;
         std::vector<uint8_t> raw;
@@ -156,8 +128,7 @@ private:
     std::vector<Piece> pieces_;
 };
 
-// Shown the bytes of every log that LogWriter::writeTo writes, so that a
-// check can watch all the logs the tests build; null (the default) for none.
+// Shown every log LogWriter::writeTo writes (null: none).
 using LogWrittenHook = void (*)(const std::vector<uint8_t>& log);
 void setLogWrittenHook(LogWrittenHook hook);
 
