@@ -1,19 +1,21 @@
-// Whole text summaries and CSV exports of realistic logs, and the edges of the layout.
+// Whole text summaries and CSV exports of realistic logs, and the object files
+// they save: never overwritten, and never outside the object directory.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <iomanip>
+#include <fstream>
 #include <iterator>
-#include <locale>
 #include <memory>
-#include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "logging/LogLevels.h"
 #include "reader/VekProfileLogReader.h"
-#include "stats/TextBuffer.h"
 #include "support/Golden.h"
+#include "support/LogCapture.h"
 #include "support/LogWriter.h"
 
 namespace vek {
@@ -21,6 +23,7 @@ namespace profiling {
 namespace {
 
 using namespace testlog;
+namespace fs = std::filesystem;
 
 class TextSummaryTest : public ::testing::Test {
 protected:
@@ -60,40 +63,33 @@ HeaderSpec header(const std::string& tool = "net-run", const std::string& versio
     return HeaderSpec{}.tool(tool, version).backendText("Backend 1.2").steady(7);
 }
 
-// A run that fills every section of the report.
+// A run that fills every section of the report, over two chunks (the report
+// does not depend on how the log is cut).
 LogWriter everySectionLog() {
     LogWriter log;
     log.chunk().header(header())
         .message(MessageSpec(kLibLoad).times(10, 60).withEvents({EventSpec::u64("dlopen", 4321)}))
         .message(MessageSpec(kContextCreate).times(100, 1100))
         .message(MessageSpec(kCompose).times(1200, 1500))
-        .message(MessageSpec(kFinalize).graph("g0").times(1600, 1800).withEvents({
-            EventSpec::u64("init", 77, 1, kInitEventIdentifier),
-            EventSpec::u64("Finalize graph", 150),
-        }))
+        .message(MessageSpec(kFinalize).graph("g0").times(1600, 1800).withEvents(
+            {EventSpec::u64("init", 77, 1, kInitEventIdentifier), EventSpec::u64("Finalize graph", 150)}))
         .message(MessageSpec(kFinalize).graph("g1").times(1900, 2000).withEvents(
             {EventSpec::u64("Finalize graph", 90)}))
         .message(MessageSpec(kContextGetBinarySize).times(2100, 2110))
         .message(MessageSpec(kContextGetBinary).times(2200, 2230))
         .message(MessageSpec(kContextGetBinarySectionSize).times(2300, 2305))
         .message(MessageSpec(kContextGetBinarySectionSize).times(2400, 2409));
-    // A second chunk: the report does not depend on how the log is cut.
     log.chunk()
         .message(MessageSpec(kNetRun).times(2900, 5200).withEvents(
             {EventSpec::u64("count", 4), EventSpec::u64("duration", 1000)}))
-        .message(MessageSpec(kExecute).graph("g1").times(5000, 5100).withEvents({
-            EventSpec::f32("Temperature", 36.5f, 6),
-            EventSpec::i64("Offset", -3, 4),
-        }))
-        .message(MessageSpec(kExecute).graph("g0").times(3000, 3400).withEvents({
-            EventSpec::u64("Accelerator", 300).withChildren({EventSpec::u64("Conv2d", 120, 3)}),
-            EventSpec::u64("Scratch", 512, 2),
-        }))
-        .message(MessageSpec(kExecute).graph("g0").times(4000, 4600).withEvents({
-            EventSpec::u64("Accelerator", 500).withChildren({EventSpec::u64("Conv2d", 140, 3)}),
-            EventSpec::u64("Scratch", 512, 2),
-            EventSpec::u64("Backend init", 55, 1, kInitEventIdentifier),
-        }))
+        .message(MessageSpec(kExecute).graph("g1").times(5000, 5100).withEvents(
+            {EventSpec::f32("Temperature", 36.5f, 6), EventSpec::i64("Offset", -3, 4)}))
+        .message(MessageSpec(kExecute).graph("g0").times(3000, 3400).withEvents(
+            {EventSpec::u64("Accelerator", 300).withChildren({EventSpec::u64("Conv2d", 120, 3)}),
+             EventSpec::u64("Scratch", 512, 2)}))
+        .message(MessageSpec(kExecute).graph("g0").times(4000, 4600).withEvents(
+            {EventSpec::u64("Accelerator", 500).withChildren({EventSpec::u64("Conv2d", 140, 3)}),
+             EventSpec::u64("Scratch", 512, 2), EventSpec::u64("Backend init", 55, 1, kInitEventIdentifier)}))
         .message(MessageSpec(kDeinit).times(6000, 6250).withEvents({EventSpec::u64("Release", 200)}))
         .message(MessageSpec(kApplyBinarySection).graph("g0").times(7000, 7040).withEvents(
             {EventSpec::u64("Apply", 35)}))
@@ -160,40 +156,107 @@ TEST_F(TextSummaryTest, ObjectEventsAreSavedOnlyWithTheLoadFlagAndRepeatedByDesi
     for (const char* name : {"obj.dat", "obj_1.dat", "obj_2.dat", "obj_3.dat", "obj_4.dat"}) {
         EXPECT_EQ(readFile(dir_.file(name)), std::string("\x00\x0a\xff", 3)) << name;
     }
-    EXPECT_FALSE(std::filesystem::exists(dir_.file("obj_5.dat")));
+    EXPECT_FALSE(fs::exists(dir_.file("obj_5.dat")));
     summaryOf(log, false);
-    EXPECT_FALSE(std::filesystem::exists(dir_.file("obj_5.dat")));
+    EXPECT_FALSE(fs::exists(dir_.file("obj_5.dat")));
     // Without an output path no file is made: the log and the five objects only.
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir_.path()),
-                            std::filesystem::directory_iterator()), 6);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir_.path()),
+                            fs::directory_iterator()), 6);
 }
 
-// The buffer the reports are written into holds exactly what a string stream
-// would, far past its first capacity and past any reserve.
-TEST(TextBufferTest, HoldsExactlyWhatAStringStreamWould) {
-    auto writeRows = [](std::ostream& out) {
-        out.imbue(std::locale::classic());
-        out << std::fixed << std::setprecision(2);
-        for (int i = 0; i < 20000; ++i) {
-            out << i << ',' << static_cast<uint64_t>(i) * 1234567u << ",row " << 0.25 * i;
-            out.put('\n');
-            out.write("tail", 4);
-        }
-        out.flush();
-    };
-    std::ostringstream expected;
-    writeRows(expected);
-    for (size_t reserved : {0u, 10u, 1u << 20}) {
-        TextStream actual;
-        actual.reserve(reserved);
-        writeRows(actual);
-        EXPECT_TRUE(actual.good());
-        EXPECT_TRUE(actual.text() == expected.str()) << reserved;
+void save(VekProfileLogReader& reader, const std::string& name, const std::string& bytes) {
+    ProfileEvent event;
+    event.name = "Blob";
+    event.unit = kUnitObject;
+    event.detail = name;
+    event.bytes = std::vector<uint8_t>(bytes.begin(), bytes.end());
+    reader.writeObjectEventFile(event);
+}
+
+// Empty names and unopenable ones write nothing, taken names are never overwritten.
+TEST(ObjectEventFileTest, SavesTheBytesUnderTheFirstFreeName) {
+    TempDir dir;
+    VekProfileLogReader reader{"log.bin", VisibilityLevel(5)};
+    LogCapture capture;
+    save(reader, "", "x");
+    save(reader, dir.file("missing/obj.bin"), "x");
+    EXPECT_TRUE(capture.contains("Invalid output fileName: [" + dir.file("missing/obj.bin") + "]", kLogError));
+    EXPECT_EQ(capture.messages().size(), 1u);
+    EXPECT_TRUE(fs::is_empty(dir.path()));
+    fs::create_directory(dir.file("dir.v2"));
+    for (const char* name : {"y.bin", "y_2.bin", "a.b.c", "plain", "dir.v2/file"}) {
+        std::ofstream(dir.file(name)) << "old";
     }
-    TextStream empty;
-    empty << "" << std::string();  // nothing to copy, before any storage exists
-    EXPECT_TRUE(empty.good());
-    EXPECT_TRUE(empty.text().empty());
+    const std::string raw("\x00\x0A\x0D\x0A\xFF\x1A\x00z", 8);
+    const std::string nul("z.bin\0tail", 10);
+    const struct {
+        std::string name, bytes;
+        const char* savedAs;
+    } steps[] = {
+        {"y.bin", "n", "y_1.bin"},
+        {"y.bin", "m", "y_3.bin"},  // y_2.bin is taken
+        // The name ends at a NUL byte, as the file system reads it; the
+        // search for a free name must not stall on candidates that all look taken.
+        {nul, "a", "z.bin"},
+        {nul, "b", "z_1.bin"},
+        // The counter goes before the last dot of the file name.
+        {"a.b.c", "1", "a.b_1.c"},
+        {"plain", "1", "plain_1"},
+        {"dir.v2/file", "1", "dir.v2/file_1"},
+        {"raw.bin", raw, "raw.bin"},
+        {"raw.bin", "", "raw_1.bin"},
+    };
+    for (const auto& step : steps) {
+        save(reader, dir.file(step.name), step.bytes);
+        EXPECT_EQ(readFile(dir.file(step.savedAs)), step.bytes) << step.savedAs;
+    }
+    EXPECT_TRUE(fs::exists(dir.file("raw_1.bin")));
+    EXPECT_EQ(readFile(dir.file("y_2.bin")), "old");
+}
+
+// Whatever the log names, a confined reader saves nothing outside its
+// directory, with the kernel's check and with the resolving fallback alike.
+TEST(ObjectEventFileTest, AConfinedReaderCreatesNothingOutsideItsDirectory) {
+    TempDir dir;
+    const std::string objects = dir.file("objects"), outside = dir.file("outside");
+    fs::create_directories(objects);
+    fs::create_directories(outside);
+    fs::create_directory_symlink("../outside", objects + "/link");
+    fs::create_directory_symlink(outside, objects + "/absolute");
+    fs::create_symlink("../outside/dangling.bin", objects + "/dangling.bin");
+    const std::string kEscapes = "resolves outside the object directory", kDotDot = "has a \"..\" component";
+    // The name, then what it is saved as, or (after "!") the reason it is not.
+    const std::pair<std::string, std::string> cases[] = {
+        {"plain.bin", "plain.bin"}, {"..dots.bin", "..dots.bin"},
+        {"dangling.bin", "dangling_1.bin"},  // the link counts as taken
+        {outside + "/absolute.bin", "!is an absolute path"}, {"../outside/up.bin", "!" + kDotDot},
+        {"a/../b.bin", "!" + kDotDot}, {"link/relative.bin", "!" + kEscapes}, {"absolute/link.bin", "!" + kEscapes},
+    };
+    for (const auto enforcement :
+         {ObjectDirectory::Enforcement::kKernelFirst, ObjectDirectory::Enforcement::kResolveOnly}) {
+        for (const auto& [name, outcome] : cases) {
+            SCOPED_TRACE(name);
+            LogCapture capture;
+            VekProfileLogReader reader{"log.bin", VisibilityLevel(5)};
+            reader.objectDirectory = ObjectDirectory::open(objects, enforcement);
+            save(reader, name, "x");
+            if (outcome[0] == '!') {
+                EXPECT_TRUE(capture.contains(
+                    "Object event [Blob]: file name [" + name + "] " + outcome.substr(1) + "; not saved", kLogError));
+            } else {
+                EXPECT_TRUE(capture.messages().empty());
+                EXPECT_EQ(readFile(objects + "/" + outcome), "x");
+                fs::remove(objects + "/" + outcome);
+            }
+        }
+        EXPECT_TRUE(fs::is_empty(outside));
+    }
+    VekProfileLogReader reader{"log.bin", VisibilityLevel(5)};
+    EXPECT_FALSE(confineObjectFiles(&reader, dir.file("absent")));
+    EXPECT_TRUE(confineObjectFiles(&reader, objects));
+    EXPECT_NE(reader.objectDirectory, nullptr);
+    EXPECT_TRUE(confineObjectFiles(&reader, ""));  // off again
+    EXPECT_EQ(reader.objectDirectory, nullptr);
 }
 
 }  // namespace
