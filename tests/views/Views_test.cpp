@@ -15,6 +15,7 @@
 #include "views/LogFigureCollector.h"
 #include "views/TableWriters.h"
 #include "views/TopView.h"
+#include "views/Utf8Text.h"
 
 namespace vek::profiling {
 namespace {
@@ -137,19 +138,59 @@ LogFigures hostileFigures(uint64_t scale) {
     return figures;
 }
 
+// RFC 4180 records: quoted fields may hold commas, doubled quotes and line breaks.
+std::vector<Lines> csvRecords(const std::string& csv) {
+    std::vector<Lines> records(1, Lines(1));
+    bool quoted = false;
+    for (size_t i = 0; i < csv.size(); ++i) {
+        const char c = csv[i];
+        if (quoted && c == '"' && i + 1 < csv.size() && csv[i + 1] == '"') records.back().back() += csv[++i];
+        else if (c == '"') quoted = !quoted;
+        else if (!quoted && c == ',') records.back().emplace_back();
+        else if (!quoted && c == '\r' && csv.compare(i, 2, "\r\n") == 0) records.emplace_back(1), ++i;
+        else records.back().back() += c;
+    }
+    records.pop_back();  // after the last CRLF
+    return records;
+}
+
+// The CSV and the JSON of a table read back to its cells.
+void expectReadsBackToTheTable(const Table& table, const std::string& csv, const rapidjson::Document& json) {
+    const std::vector<Lines> records = csvRecords(csv);
+    size_t record = 1;
+    const auto& sections = json[table.sectionsKey.c_str()];
+    for (size_t s = 0; s < table.sections.size(); ++s) {
+        const auto& rows = sections[static_cast<rapidjson::SizeType>(s)][table.rowsKey.c_str()];
+        for (size_t r = 0; r < table.sections[s].rows.size(); ++r, ++record) {
+            const auto& object = rows[static_cast<rapidjson::SizeType>(r)];
+            for (size_t c = 0; c < table.columns.size(); ++c) {
+                const Cell& cell = table.sections[s].rows[r][c];
+                const std::string text = validUtf8Text(cellText(cell));
+                const auto& value = object[table.columns[c].key.c_str()];
+                SCOPED_TRACE(table.view + " row " + std::to_string(record) + " " + table.columns[c].key);
+                EXPECT_EQ(records.at(record).at(c + 1), text);
+                if (std::holds_alternative<std::monostate>(cell)) EXPECT_TRUE(value.IsNull());
+                else if (value.IsString()) EXPECT_EQ(value.GetString(), text);
+                else EXPECT_NEAR(value.GetDouble(), std::stod(text), 0.05);
+            }
+        }
+    }
+    EXPECT_EQ(records.size(), record);
+}
+
 // The text view keeps such names on their line, aligned by width; CSV quotes, JSON escapes, both valid UTF-8.
 TEST(TableWritersTest, NamesFromTheLogKeepEachFormatsRules) {
     const Table top = topTable(hostileFigures(1), TopViewOptions{});
     std::ostringstream all;
     writeTextTable(top, all);
     for (const Table& table : {top, diffTable(compareFigures(hostileFigures(1), hostileFigures(3)), DiffViewOptions{})}) {
-        std::ostringstream json;
-        all << "\n== " << table.view << " as CSV\n";
-        writeCsvTable(table, all);
+        std::ostringstream csv, json;
+        writeCsvTable(table, csv);
         writeJsonTable(table, json);
         rapidjson::Document parsed;
-        EXPECT_FALSE(parsed.Parse(json.str().c_str()).HasParseError()) << json.str();
-        all << "== " << table.view << " as JSON\n" << json.str();
+        ASSERT_FALSE(parsed.Parse(json.str().c_str()).HasParseError()) << json.str();
+        expectReadsBackToTheTable(table, csv.str(), parsed);
+        all << "\n== " << table.view << " as CSV\n" << csv.str() << "== " << table.view << " as JSON\n" << json.str();
     }
     EXPECT_TRUE(matchesGolden(all.str(), "views/hostile_tables.txt"));
 }
