@@ -17,8 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "LogJsonDecoder.h"
-#include "LogJsonEncoder.h"
+#include "LogJson.h"
 #include "chrometrace/LintingIdentifiers.h"
 #include "log/ProfileEvent.h"
 #include "support/LogWriter.h"

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <ostream>
 
 #include "VekChrometraceProfilingReader.h"
 #include "log/FlatBufferReaderUtil.h"
@@ -65,6 +66,15 @@ private:
     uint64_t validMessages_ = 0;
     ChunkProblem problem_;
 };
+
+// Writes a chunk as a log holds it: its size as a little-endian u32, then
+// its body. False when the stream fails.
+inline bool writeChunk(std::ostream& out, const uint8_t* body, uint32_t size) {
+    const char lengthField[4] = {static_cast<char>(size), static_cast<char>(size >> 8),
+                                 static_cast<char>(size >> 16), static_cast<char>(size >> 24)};
+    out.write(lengthField, sizeof lengthField).write(reinterpret_cast<const char*>(body), size);
+    return out.good();
+}
 
 // The number of messages a verified chunk holds.
 inline uint64_t messageCount(const fb::LogChunk& chunk) {

@@ -3,8 +3,7 @@
 
 #include <sstream>
 
-#include "LogJsonDecoder.h"
-#include "LogJsonEncoder.h"
+#include "LogJson.h"
 #include "support/MemoryFile.h"
 
 namespace vek::profiling::reliability {

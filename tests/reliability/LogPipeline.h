@@ -3,7 +3,7 @@
 
 #include <ostream>
 
-#include "LogJsonDecoder.h"
+#include "LogJson.h"
 #include "VekChrometraceProfilingReader.h"
 #include "reader/VekProfileLogReader.h"
 #include "reader/VekProfileLogReaderChrometrace.h"

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "LogInput.h"
+#include "InputFile.h"
 #include "LogRefusal.h"
 #include "log/LogScan.h"
 
@@ -14,7 +14,7 @@ using tools::chunksAndMessages;
 
 int runCheck(const std::string& logPath) {
     const char* const path = logPath.c_str();
-    const std::unique_ptr<InputFile> input = openLogInput(logPath);
+    const std::unique_ptr<InputFile> input = openInput(logPath, true);
     if (!input) return 1;
     LogScanCallbacks callbacks;
     callbacks.problem = [path](const ChunkProblem& problem) {

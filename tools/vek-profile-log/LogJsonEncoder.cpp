@@ -1,6 +1,5 @@
-#include "LogJsonEncoder.h"
+#include "LogJson.h"
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -8,7 +7,7 @@
 #include <string>
 
 #include "LogJsonSchema.h"
-#include "log/FlatBufferReaderUtil.h"
+#include "log/ChunkInput.h"
 
 namespace vek {
 namespace profiling {
@@ -18,48 +17,32 @@ namespace {
 // keeps every chunk below the 2 GB that FlatBuffers can build.
 constexpr size_t kMaximumChunkText = size_t{512} << 20;
 
-bool isBlank(int c) { return c == ' ' || c == '\n' || c == '\t' || c == '\r'; }
-
-// The characters that open or close a string, an object or an array, and
-// those that are never JSON outside a string (/) or anywhere (NUL).
-bool isFramingCharacter(char c) {
-    static const auto table = [] {
-        std::array<bool, 256> framing{};
-        for (const unsigned char special : {'"', '\\', '{', '}', '[', ']', '/', '\0'})
-            framing[special] = true;
-        return framing;
-    }();
-    return table[static_cast<unsigned char>(c)];
-}
-
-// Reads the framing, {"chunks": [CHUNK, ...]}, a buffer at a time, and hands
-// out the text of one chunk object at a time. Within a chunk only strings
-// and brackets are followed, to find where it ends; the rest is the parser's.
+// Reads the framing, {"chunks": [CHUNK, ...]}, and hands out the text of one
+// chunk object at a time. Within a chunk only strings and brackets are
+// followed, to find where it ends; the rest is the parser's.
 class ChunkTextReader {
 public:
-    explicit ChunkTextReader(std::FILE* in) : in_(in), buffer_(new char[kBufferSize]) {}
+    explicit ChunkTextReader(std::FILE* in) : in_(in) {}
 
     // The next chunk object into `text`; false after the last one or on an
     // error, which error() then describes.
     bool next(std::string& text) {
         if (!error_.empty() || finished_) return false;
-        if (chunkLine_ == 0 && !(nextToken() == '{' && nextToken() == '"' && readKey() &&
-                                 nextToken() == ':' && nextToken() == '[')) {
+        if (chunkLine_ == 0 && !(token() == '{' && token() == '"' && readKey() &&
+                                 token() == ':' && token() == '[')) {
             return fail("expected {\"chunks\": [ at the start");
         }
-        int c = nextToken();
+        int c = token();
         if (c == ']') {
             finished_ = true;
-            return nextToken() == '}' && nextToken() == EOF
-                       ? false
-                       : fail("expected the JSON to end with ]}");
+            return token() == '}' && token() == EOF ? false
+                                                    : fail("expected the JSON to end with ]}");
         }
         if (chunkLine_ > 0 && c != ',') return fail("expected , or ] after a chunk");
-        if (chunkLine_ > 0) c = nextToken();
+        if (chunkLine_ > 0) c = token();
         if (c != '{') return fail("expected a chunk object");
         chunkLine_ = line_;
         chunkColumn_ = column_ - 1;
-        text.assign(1, '{');
         return readChunkRest(text);
     }
     const std::string& error() const { return error_; }
@@ -68,35 +51,20 @@ public:
     long chunkColumn() const { return chunkColumn_; }
 
 private:
-    // Moves past the characters up to `to`, counting lines and columns.
-    void advance(const char* to) {
-        const char* lineStart = next_;
-        while (const void* end =
-                   std::memchr(lineStart, '\n', static_cast<size_t>(to - lineStart))) {
-            ++line_;
-            column_ = 0;
-            lineStart = static_cast<const char*>(end) + 1;
-        }
-        column_ += to - lineStart;
-        next_ = to;
+    int get() {  // the next character, counting lines and columns
+        const int c = getc_unlocked(in_);
+        column_ = c == '\n' ? 0 : column_ + (c != EOF);
+        line_ += c == '\n';
+        return c;
     }
-    bool available() {
-        if (next_ == end_) {
-            next_ = buffer_.get();
-            end_ = next_ + std::fread(buffer_.get(), 1, kBufferSize, in_);
-        }
-        return next_ != end_;
-    }
-    int nextToken() {
-        while (available() && isBlank(*next_)) advance(next_ + 1);
-        if (!available()) return EOF;
-        advance(next_ + 1);
-        return static_cast<unsigned char>(next_[-1]);
+    int token() {  // the next character that is not a blank
+        int c = get();
+        while (c == ' ' || c == '\n' || c == '\t' || c == '\r') c = get();
+        return c;
     }
     bool readKey() {  // after its opening quote
         for (const char* key = "chunks\""; *key != '\0'; ++key) {
-            if (!available() || *next_ != *key) return false;
-            advance(next_ + 1);
+            if (get() != *key) return false;
         }
         return true;
     }
@@ -108,10 +76,6 @@ private:
     }
 
     std::FILE* in_;
-    static constexpr size_t kBufferSize = 64 * 1024;
-    std::unique_ptr<char[]> buffer_;
-    const char* next_ = nullptr;
-    const char* end_ = nullptr;
     int line_ = 1;
     long column_ = 0;
     int chunkLine_ = 0;  // 0 before the first chunk
@@ -122,34 +86,24 @@ private:
 
 // Reads up to the '}' that closes the chunk's '{'.
 bool ChunkTextReader::readChunkRest(std::string& text) {
-    int depth = 1;
+    text.assign(1, '{');
     bool inString = false;
     bool escaped = false;
-    while (depth > 0) {
-        if (!available()) return fail("the JSON ends inside a chunk object");
-        const char* c = next_;
-        for (; c != end_ && depth > 0; ++c) {
-            if (*c == '\0') {
-                advance(c + 1);
-                return fail("a NUL byte is not JSON");  // and would end the parser's text
-            } else if (escaped) {
-                escaped = false;
-            } else if (!isFramingCharacter(*c)) {
-                continue;
-            } else if (inString) {
-                escaped = *c == '\\';
-                inString = *c != '"';
-            } else if (*c == '/') {
-                advance(c + 1);
-                return fail("comments are not JSON");  // and could hide a bracket
-            } else {
-                inString = *c == '"';
-                depth += *c == '{' || *c == '[' ? 1 : *c == '}' || *c == ']' ? -1 : 0;
-            }
+    for (int depth = 1; depth > 0;) {
+        const int c = get();
+        if (c == EOF) return fail("the JSON ends inside a chunk object");
+        if (c == '\0') return fail("a NUL byte is not JSON");  // and would end the parser's text
+        if (text.size() == kMaximumChunkText) return fail("a chunk object longer than 512 MiB");
+        text += static_cast<char>(c);
+        if (inString) {
+            inString = escaped || c != '"';
+            escaped = !escaped && c == '\\';
+        } else if (c == '/') {
+            return fail("comments are not JSON");  // and could hide a bracket
+        } else {
+            inString = c == '"';
+            depth += (c == '{' || c == '[') - (c == '}' || c == ']');
         }
-        text.append(next_, c);
-        advance(c);
-        if (text.size() > kMaximumChunkText) return fail("a chunk object longer than 512 MiB");
     }
     return true;
 }
@@ -193,9 +147,7 @@ ConversionStatus encodeJson(std::FILE* json, std::ostream& log) {
                            ": the encoded chunk fails the log verifier";
             return status;
         }
-        const char length[4] = {static_cast<char>(size), static_cast<char>(size >> 8),
-                                static_cast<char>(size >> 16), static_cast<char>(size >> 24)};
-        log.write(length, sizeof length).write(reinterpret_cast<const char*>(data), size);
+        writeChunk(log, data, size);
     }
     status.error =
         std::ferror(json) ? std::string("cannot read: ") + std::strerror(errno) : reader.error();

@@ -3,9 +3,10 @@
 #include <cstdio>
 #include <memory>
 
-#include "LogInput.h"
+#include "InputFile.h"
 #include "LogRefusal.h"
 #include "OutputFile.h"
+#include "log/ChunkInput.h"
 #include "log/LogScan.h"
 
 namespace vek {
@@ -15,7 +16,7 @@ using tools::chunksAndMessages;
 
 int runTrim(const std::string& logPath, const std::string& outputPath) {
     const char* const path = logPath.c_str();
-    const std::unique_ptr<InputFile> input = openLogInput(logPath);
+    const std::unique_ptr<InputFile> input = openInput(logPath, true);
     if (!input) return 1;
     std::string error;
     // Whole or not at all: the output appears only when commit() succeeds.
@@ -28,13 +29,7 @@ int runTrim(const std::string& logPath, const std::string& outputPath) {
     }
     LogScanCallbacks callbacks;
     callbacks.prefixChunk = [&out](const ChunkBuffer& body) {
-        const auto size = static_cast<uint32_t>(body.size());
-        const char lengthField[4] = {static_cast<char>(size), static_cast<char>(size >> 8),
-                                     static_cast<char>(size >> 16), static_cast<char>(size >> 24)};
-        out->stream().write(lengthField, sizeof lengthField);
-        out->stream().write(reinterpret_cast<const char*>(body.data()),
-                            static_cast<std::streamsize>(body.size()));
-        return out->stream().good();
+        return writeChunk(out->stream(), body.data(), static_cast<uint32_t>(body.size()));
     };
     const LogScanSummary scan = scanLog(input->get(), ScanExtent::kValidPrefix, callbacks);
     const ChunkProblem& problem = scan.firstProblem;

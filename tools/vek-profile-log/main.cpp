@@ -10,37 +10,23 @@
 
 #include "CheckCommand.h"
 #include "HelpFormatter.h"
-#include "LogJsonDecoder.h"
-#include "LogJsonEncoder.h"
 #include "InputFile.h"
-#include "LogRefusal.h"
+#include "LogJson.h"
 #include "OutputFile.h"
 #include "TrimCommand.h"
 #include "VekVersion.h"
 
 namespace {
 
-using vek::profiling::ConversionStatus;
+using namespace vek::profiling;
 using vek::tools::OutputFile;
 
-constexpr int kExitOk = 0;
-constexpr int kExitFailure = 1;
-constexpr int kExitUsage = 2;
 constexpr char kProgram[] = "vek-profile-log";
-
-struct CommandLine {
-    std::string command;
-    std::string input;
-    std::string output;  // empty: not given
-};
+constexpr char kCommandNames[] = "decode, encode, check or trim";
 
 // The commands, their operand and what they do; `output` describes -o, if the command has it.
 struct Command {
-    const char* name;
-    const char* input;
-    const char* inputDescription;
-    const char* description;
-    const char* output;
+    const char *name, *input, *inputDescription, *description, *output;
 };
 
 const Command kCommands[] = {
@@ -61,7 +47,8 @@ const Command kCommands[] = {
      "the log to write (required)"},
 };
 
-void defineCommandLine(CLI::App& app, CommandLine& line) {
+// Defines the command line; `output` stays empty when -o is not given.
+void defineCommandLine(CLI::App& app, std::string& input, std::string& output) {
     app.formatter(std::make_shared<vek::tools::HelpFormatter>());
     app.set_help_flag("-h,--help", "show this help and exit");
     app.set_version_flag("--version", std::string(kProgram) + " " + VEK_PROFILE_VIEWER_VERSION,
@@ -76,11 +63,11 @@ void defineCommandLine(CLI::App& app, CommandLine& line) {
         [](const std::string& name) { return name.empty() ? "empty file name" : ""; }, "");
     for (const Command& command : kCommands) {
         CLI::App* sub = app.add_subcommand(command.name, command.description)->group("Commands");
-        sub->add_option(command.input, line.input, command.inputDescription)
+        sub->add_option(command.input, input, command.inputDescription)
             ->required()
             ->check(named);
         if (command.output == nullptr) continue;
-        sub->add_option("-o,--output", line.output, command.output)
+        sub->add_option("-o,--output", output, command.output)
             ->check(named)
             ->option_text("FILE");
     }
@@ -91,60 +78,13 @@ void defineCommandLine(CLI::App& app, CommandLine& line) {
         footer);
 }
 
-int usageError(const std::string& message) {
-    std::fprintf(stderr, "%s: %s\nTry '%s --help' for more information.\n", kProgram,
-                 message.c_str(), kProgram);
-    return kExitUsage;
-}
-
-int print(const std::string& text) {
-    std::fputs(text.c_str(), stdout);
-    return std::fflush(stdout) == 0 ? kExitOk : kExitFailure;
-}
-
-// Opening the output truncates it, so writing over the input would destroy it.
-bool sameFile(const std::string& a, const std::string& b) {
-    if (a == "-" || b == "-") return false;
-    struct stat first {};
-    struct stat second {};
-    return ::stat(a.c_str(), &first) == 0 && ::stat(b.c_str(), &second) == 0 &&
-           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-}
-
-int fail(const std::string& message) {
+int fail(const std::string& message, int status = 1) {
     std::fprintf(stderr, "%s: %s\n", kProgram, message.c_str());
-    return kExitFailure;
+    return status;
 }
 
-int run(const CommandLine& line) {
-    if (line.command == "check") return vek::profiling::runCheck(line.input);
-    if (sameFile(line.input, line.output)) {
-        std::fprintf(stderr, "%s: the output %s is the input file\n", kProgram,
-                     line.output.c_str());
-        return kExitFailure;
-    }
-    if (line.command == "trim") return vek::profiling::runTrim(line.input, line.output);
-    // A missing file or a directory is refused before the output is created;
-    // an empty log decodes to no chunks.
-    const std::string refusal = line.command == "decode" && line.input != "-"
-                                    ? vek::tools::logFileRefusal(line.input, true)
-                                    : std::string();
-    if (!refusal.empty()) return fail(line.input + ": " + refusal);
-    const vek::profiling::InputFile input(line.input);
-    if (input.get() == nullptr) return fail(line.input + ": " + input.error());
-    std::string error;
-    const auto output = OutputFile::open(line.output, OutputFile::Mode::kReplace, error);
-    if (!output) return fail("cannot write " + line.output + ": " + error);
-    const ConversionStatus status =
-        line.command == "decode" ? vek::profiling::decodeLog(input.get(), output->stream())
-                                 : vek::profiling::encodeJson(input.get(), output->stream());
-    if (!status.warning.empty()) {
-        std::fprintf(stderr, "%s: warning: %s: %s\n", kProgram, line.input.c_str(),
-                     status.warning.c_str());
-    }
-    if (!status.ok()) return fail(line.input + ": " + status.error);
-    if (!output->commit(error)) return fail("cannot write " + line.output + ": " + error);
-    return kExitOk;
+int usageError(const std::string& message) {
+    return fail(message + "\nTry '" + kProgram + " --help' for more information.", 2);
 }
 
 // CLI11 says only "A subcommand is required" when the first word is no command.
@@ -154,20 +94,53 @@ std::string commandLineError(const CLI::App& app, int argc, char** argv,
     for (int i = 1; i < argc; ++i) {
         const std::string word = argv[i];
         if (word.empty() || word[0] == '-') continue;
-        return "unknown command '" + word + "' (decode, encode, check or trim)";
+        return "unknown command '" + word + "' (" + kCommandNames + ")";
     }
-    return "missing command (decode, encode, check or trim)";
+    return std::string("missing command (") + kCommandNames + ")";
+}
+
+int print(const std::string& text) {
+    std::fputs(text.c_str(), stdout);
+    return std::fflush(stdout) == 0 ? 0 : 1;
+}
+
+// The output replaces its file only when whole, but the input would still be lost.
+bool sameFile(const std::string& a, const std::string& b) {
+    struct stat first {};
+    struct stat second {};
+    return a != "-" && b != "-" && ::stat(a.c_str(), &first) == 0 &&
+           ::stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
+
+int convert(const std::string& command, const std::string& inputPath,
+            const std::string& outputPath) {
+    const bool decoding = command == "decode";
+    // A log that cannot be one is refused before the output is created; an
+    // empty log decodes to no chunks.
+    const std::unique_ptr<InputFile> input = openInput(inputPath, decoding, true);
+    if (!input) return 1;
+    std::string error;
+    const auto output = OutputFile::open(outputPath, OutputFile::Mode::kReplace, error);
+    if (!output) return fail("cannot write " + outputPath + ": " + error);
+    const ConversionStatus status = decoding ? decodeLog(input->get(), output->stream())
+                                             : encodeJson(input->get(), output->stream());
+    if (!status.warning.empty()) fail("warning: " + inputPath + ": " + status.warning);
+    if (!status.ok()) return fail(inputPath + ": " + status.error);
+    if (!output->commit(error)) return fail("cannot write " + outputPath + ": " + error);
+    return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    CommandLine line;
+    std::string input;
+    std::string output;
     CLI::App app(
         "Decodes a binary profile log into JSON, or encodes such JSON back into a log; checks "
         "a log, or trims a cut one to its whole chunks.",
         kProgram);
-    defineCommandLine(app, line);
+    defineCommandLine(app, input, output);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
@@ -177,10 +150,12 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return usageError(commandLineError(app, argc, argv, error));
     }
-    line.command = app.get_subcommands().front()->get_name();
-    if (line.output.empty() && (line.command == "encode" || line.command == "trim")) {
-        return usageError(line.command + " needs an output file (-o)");
+    const std::string command = app.get_subcommands().front()->get_name();
+    if (command == "check") return runCheck(input);
+    if (output.empty() && command != "decode") {
+        return usageError(command + " needs an output file (-o)");
     }
-    if (line.output.empty()) line.output = "-";
-    return run(line);
+    if (output.empty()) output = "-";
+    if (sameFile(input, output)) return fail("the output " + output + " is the input file");
+    return command == "trim" ? runTrim(input, output) : convert(command, input, output);
 }
