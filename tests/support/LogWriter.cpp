@@ -13,13 +13,13 @@ namespace {
 using flatbuffers::FlatBufferBuilder;
 using flatbuffers::Offset;
 
-template <typename Table, typename Spec>
+template <typename Table, typename Description>
 Offset<flatbuffers::Vector<Offset<Table>>> buildList(
-    FlatBufferBuilder& fbb, const std::optional<std::vector<Spec>>& specs,
-    Offset<Table> (*build)(FlatBufferBuilder&, const Spec&)) {
-    if (!specs) return 0;
+    FlatBufferBuilder& fbb, const std::optional<std::vector<Description>>& descriptions,
+    Offset<Table> (*build)(FlatBufferBuilder&, const Description&)) {
+    if (!descriptions) return 0;
     std::vector<Offset<Table>> list;
-    for (const Spec& spec : *specs) list.push_back(build(fbb, spec));
+    for (const Description& item : *descriptions) list.push_back(build(fbb, item));
     return fbb.CreateVector(list);
 }
 
