@@ -95,7 +95,7 @@ TEST(LogJsonRoundTrip, SampleAndExtremeValuesComeBackUnchanged) {
 TEST(LogJsonRoundTrip, NamesWithNulBytesAndInvalidUtf8KeepTheirBytes) {
     for (const std::string& name : {std::string("a\0b", 3), std::string("\xff\xfe"), std::string("caf\xc3\xa9"),
                                     std::string("\xf0\x9f\x98\x80"), std::string("\xed\xa0\x80 lone surrogate"),
-                                    std::string("\xc3")}) {
+                                    std::string("\xc3"), std::string("\x01" "f marks no float")}) {
         SCOPED_TRACE(name);
         LogWriter log;
         log.chunk().message(MessageSpec(kExecute).graph(name).withEvents({EventSpec::u64(name, 1)}));

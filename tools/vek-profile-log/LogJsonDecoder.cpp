@@ -4,7 +4,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
-#include <map>
 #include <string>
 
 #include "LogJsonSchema.h"
@@ -33,7 +32,8 @@ std::string exactText(Bits bits) {
 // bits come out, and are replaced by the shortest decimal that reads back to
 // them. Not-a-number and the infinities, for which JSON has no number,
 // become the strings "NaN", "Infinity" and "-Infinity", which the parser
-// reads back.
+// reads back. Such a field's name is marked with a leading \1 and f or d:
+// the generator escapes that byte in strings, so only these names carry it.
 class ChunkTextWriter {
 public:
     ChunkTextWriter() : parser_(loadLogSchema()) {
@@ -42,10 +42,10 @@ public:
                 flatbuffers::BaseType& type = field->value.type.base_type;
                 if (type != flatbuffers::BASE_TYPE_FLOAT && type != flatbuffers::BASE_TYPE_DOUBLE)
                     continue;
-                isFloat_[field->name] = type == flatbuffers::BASE_TYPE_FLOAT;
+                const bool isFloat = type == flatbuffers::BASE_TYPE_FLOAT;
+                field->name.insert(0, isFloat ? "\1f" : "\1d");
                 field->value.constant = "0";  // the default, read as the new type
-                type = isFloat_[field->name] ? flatbuffers::BASE_TYPE_UINT
-                                             : flatbuffers::BASE_TYPE_ULONG;
+                type = isFloat ? flatbuffers::BASE_TYPE_UINT : flatbuffers::BASE_TYPE_ULONG;
             }
         }
     }
@@ -61,23 +61,18 @@ public:
             const std::string_view line = text.substr(start, end - start);
             if (start > 0) out << '\n' << (line.empty() ? "" : "        ");
             start = end + 1;
-            // A field's line: blanks, "name": value. A string value cannot
-            // pass for one, its quotes are escaped.
-            const size_t key = line.find('"') + 1;
-            const size_t value = line.find("\": ") + 3;
-            const auto field = key > 0 && value > key + 2
-                                   ? isFloat_.find(line.substr(key, value - 3 - key))
-                                   : isFloat_.end();
-            if (field == isFloat_.end()) {
+            const size_t marker = line.find('\1');  // in a line: blanks, "\1fname": BITS
+            if (marker == std::string_view::npos) {
                 out << line;
                 continue;
             }
+            const size_t value = line.find("\": ", marker) + 3;
             const bool comma = line.back() == ',';
             uint64_t bits = 0;
             std::from_chars(line.data() + value, line.data() + line.size() - comma, bits);
-            out << line.substr(0, value)
-                << (field->second ? exactText<float>(static_cast<uint32_t>(bits))
-                                  : exactText<double>(bits))
+            out << line.substr(0, marker) << line.substr(marker + 2, value - marker - 2)
+                << (line[marker + 1] == 'f' ? exactText<float>(static_cast<uint32_t>(bits))
+                                            : exactText<double>(bits))
                 << (comma ? "," : "");
         }
         return true;
@@ -85,7 +80,6 @@ public:
 
 private:
     std::unique_ptr<flatbuffers::Parser> parser_;
-    std::map<std::string, bool, std::less<>> isFloat_;  // the float and double fields, by name
     std::string scratch_;
 };
 
